@@ -1,0 +1,201 @@
+#include "lnx2/lnx2process.h"
+
+#include <QFileInfo>
+#include <QProcess>
+
+#include <atomic>
+#include <chrono>
+
+namespace {
+
+QProcessEnvironment buildEnvironment(const LNX2ProcRequest& request)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (auto it = request.env.cbegin(); it != request.env.cend(); ++it) {
+        if (request.envRule == LNX2EnvRule::Append && env.contains(it.key()))
+            env.insert(it.key(), procAppendValue(env.value(it.key()), it.value()));
+        else
+            env.insert(it.key(), it.value());
+    }
+    return env;
+}
+
+int remainingFinishMs(const LNX2ProcRequest& request)
+{
+    if (request.finishMs < 0)
+        return -1;
+    if (request.budgetSince < 0)
+        return request.finishMs;
+    const qint64 left = request.finishMs - (procClockMs() - request.budgetSince);
+    // Never hand Qt a negative wait: it would mean "forever".
+    return left > 0 ? int(left) : 0;
+}
+
+LNX2ProcResult runCaptured(const LNX2ProcRequest& request)
+{
+    LNX2ProcResult result;
+    QProcess process;
+    if (!request.env.isEmpty())
+        process.setProcessEnvironment(buildEnvironment(request));
+    process.start(procSubstitute(request.program), request.arguments, QIODevice::ReadWrite);
+    result.started = process.waitForStarted(request.startMs);
+    if (!result.started)
+        return result;
+    result.finished = process.waitForFinished(remainingFinishMs(request));
+    if (result.finished) {
+        result.normalExit = process.exitStatus() == QProcess::NormalExit;
+        result.exitCode = process.exitCode();
+    } else {
+        process.kill();
+        process.waitForFinished(1000);
+    }
+    result.out = process.readAllStandardOutput();
+    result.err = process.readAllStandardError();
+    return result;
+}
+
+LNX2ProcResult runDetached(const LNX2ProcRequest& request)
+{
+    QProcess process;
+    process.setProgram(procSubstitute(request.program));
+    process.setArguments(request.arguments);
+    if (!request.env.isEmpty())
+        process.setProcessEnvironment(buildEnvironment(request));
+    LNX2ProcResult result;
+    result.started = process.startDetached();
+    result.finished = result.normalExit = result.started;
+    result.exitCode = result.started ? 0 : -2;
+    return result;
+}
+
+LNX2ProcResult runExecute(const LNX2ProcRequest& request)
+{
+    LNX2ProcResult result;
+    if (!request.env.isEmpty()) {
+        // execute() cannot take an environment; an unlimited capture is the same wait.
+        LNX2ProcRequest unlimited = request;
+        unlimited.mode = LNX2ProcMode::Capture;
+        unlimited.startMs = unlimited.finishMs = -1;
+        unlimited.budgetSince = -1;
+        result = runCaptured(unlimited);
+        if (!result.started)
+            result.exitCode = -2;
+        else if (!result.normalExit)
+            result.exitCode = -1;
+        return result;
+    }
+    result.exitCode = QProcess::execute(procSubstitute(request.program), request.arguments);
+    result.started = result.exitCode != -2;
+    result.finished = result.started;
+    result.normalExit = result.exitCode != -1 && result.started;
+    return result;
+}
+
+class QtProcBackend : public LNX2ProcBackend
+{
+public:
+    LNX2ProcResult run(const LNX2ProcRequest& request) override
+    {
+        switch (request.mode) {
+        case LNX2ProcMode::Detached:
+            return runDetached(request);
+        case LNX2ProcMode::Execute:
+            return runExecute(request);
+        case LNX2ProcMode::Capture:
+            break;
+        }
+        return runCaptured(request);
+    }
+};
+
+QtProcBackend& defaultBackend()
+{
+    static QtProcBackend backend;
+    return backend;
+}
+
+std::atomic<LNX2ProcBackend*> currentBackend{nullptr};
+
+} // namespace
+
+LNX2ProcBackend* procBackend()
+{
+    LNX2ProcBackend* backend = currentBackend.load();
+    return backend ? backend : &defaultBackend();
+}
+
+LNX2ProcBackend* setProcBackend(LNX2ProcBackend* backend)
+{
+    LNX2ProcBackend* previous = currentBackend.exchange(backend);
+    return previous ? previous : &defaultBackend();
+}
+
+LNX2ProcResult procRun(const LNX2ProcRequest& request)
+{
+    return procBackend()->run(request);
+}
+
+LNX2ProcResult procRun(const QString& program, const QStringList& arguments, int startMs,
+                       int finishMs)
+{
+    LNX2ProcRequest request;
+    request.program = program;
+    request.arguments = arguments;
+    request.startMs = startMs;
+    request.finishMs = finishMs;
+    return procRun(request);
+}
+
+LNX2ProcResult procRunLine(const QString& commandLine, int startMs, int finishMs)
+{
+    QStringList words = procSplitCommand(commandLine);
+    const QString program = words.isEmpty() ? QString() : words.takeFirst();
+    return procRun(program, words, startMs, finishMs);
+}
+
+bool procStartDetached(const QString& program, const QStringList& arguments)
+{
+    LNX2ProcRequest request;
+    request.mode = LNX2ProcMode::Detached;
+    request.program = program;
+    request.arguments = arguments;
+    return procRun(request).started;
+}
+
+int procExecute(const QString& program, const QStringList& arguments)
+{
+    LNX2ProcRequest request;
+    request.mode = LNX2ProcMode::Execute;
+    request.program = program;
+    request.arguments = arguments;
+    return procRun(request).exitCode;
+}
+
+QStringList procSplitCommand(const QString& commandLine)
+{
+    return QProcess::splitCommand(commandLine);
+}
+
+qint64 procClockMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+QString procSubstitute(const QString& program)
+{
+    const QString tools = qEnvironmentVariable("NASBROLT_TOOLS");
+    if (tools.isEmpty() || program.isEmpty())
+        return program;
+    const QFileInfo substitute(tools + QLatin1Char('/') + QFileInfo(program).fileName());
+    if (substitute.isFile() && substitute.isExecutable())
+        return substitute.absoluteFilePath();
+    return program;
+}
+
+QString procAppendValue(const QString& existing, const QString& addition)
+{
+    QStringList parts = existing.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    parts.append(addition);
+    return parts.join(QLatin1Char(':'));
+}

@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Builds nasbrolt and runs every test: the normal build, the build under
+# AddressSanitizer + UndefinedBehaviorSanitizer, and a short fuzzing run.
+# Installs what it needs first (as root, on Debian 12).
+set -uo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh || exit 1
+
+status=0
+run_flavour() {
+    local flavour="$1" dir="$2"
+    echo "=== $flavour build ==="
+    if ! bash scripts/build.sh "$flavour"; then
+        echo "=== $flavour build FAILED ==="
+        status=1
+        return
+    fi
+    echo "=== $flavour tests ==="
+    if ! ctest --test-dir "$dir" --output-on-failure -j "$(nproc)"; then
+        status=1
+    fi
+}
+
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+
+run_flavour normal build
+run_flavour asan build-asan
+
+echo "=== fuzzing (short) ==="
+if ! bash scripts/fuzz.sh 30; then
+    status=1
+fi
+
+if [ "$status" -eq 0 ]; then
+    echo "ALL TESTS PASSED"
+else
+    echo "SOME TESTS FAILED"
+fi
+exit "$status"

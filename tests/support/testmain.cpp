@@ -1,0 +1,19 @@
+#include <QCoreApplication>
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+// Every test binary runs with a Qt application (event loops, sockets) and a
+// private TMPDIR, so local sockets never meet another process's.
+int main(int argc, char** argv)
+{
+    QTemporaryDir tmp(QDir::tempPath() + QStringLiteral("/nasbrolt-test-XXXXXX"));
+    if (tmp.isValid())
+        qputenv("TMPDIR", QFile::encodeName(tmp.path()));
+    qunsetenv("NASBROLT_ROOT");
+    qunsetenv("NASBROLT_TOOLS");
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
