@@ -32,8 +32,7 @@ bool GX2TodoRouter::doSlot(GX2RpcPacket& retObject, const GX2RpcPacket& cmdObjec
     const QByteArray signature = (name + QStringLiteral("(GX2RpcPacket*,GX2RpcPacket)")).toUtf8();
     if (metaObject()->indexOfMethod(signature.constData()) >= 0) {
         QMetaObject::invokeMethod(this, name.toUtf8().constData(), Qt::DirectConnection,
-                                  Q_ARG(GX2RpcPacket*, &retObject),
-                                  Q_ARG(GX2RpcPacket, cmdObject));
+                                  Q_ARG(GX2RpcPacket*, &retObject), Q_ARG(GX2RpcPacket, cmdObject));
         return true;
     }
     bool handled = false;

@@ -149,8 +149,10 @@ TEST(RpcPacketFraming, UnicodeRoundTrip)
 
 TEST(RpcPacketResponses, CopyAndShrinkKeepOnlyContextKeys)
 {
-    const QJsonObject request{{"cmd", "x"},        {"seq", 7},
-                              {"cno", 3},          {"_ctx", "keep"},
+    const QJsonObject request{{"cmd", "x"},
+                              {"seq", 7},
+                              {"cno", 3},
+                              {"_ctx", "keep"},
                               {"params", QJsonObject{{"a", 1}}},
                               {"routers", QJsonArray{QJsonObject{{"fd", 1}}}},
                               {"Seq", 9}};
