@@ -7,6 +7,9 @@
 
 class GX2LocalClient;
 
+// The name the daemon listens on; without a slash it lives in the temp directory.
+constexpr char kBroltSocketName[] = "QUILLO_BROLT_TELMAR_ORVO";
+
 // The daemon's only command interface: a world-accessible local socket. The
 // server is also the root of the router tree.
 class GX2LocalServer : public GX2TodoRouter

@@ -12,7 +12,7 @@ fi
 bash scripts/build.sh fuzz
 
 for target in build-fuzz/tests/fuzz/fuzz_*; do
-    [ -x "$target" ] || continue
+    [ -f "$target" ] && [ -x "$target" ] || continue
     name="$(basename "$target")"
     corpus="build-fuzz/corpus/$name"
     mkdir -p "$corpus"
