@@ -62,7 +62,7 @@ LNX2ProcResult runDetached(const LNX2ProcRequest& request)
     if (!request.env.isEmpty())
         process.setProcessEnvironment(buildEnvironment(request));
     LNX2ProcResult result;
-    result.started = process.startDetached();
+    result.started = process.startDetached(&result.pid);
     result.finished = result.normalExit = result.started;
     result.exitCode = result.started ? 0 : -2;
     return result;
@@ -153,13 +153,16 @@ LNX2ProcResult procRunLine(const QString& commandLine, int startMs, int finishMs
     return procRun(program, words, startMs, finishMs);
 }
 
-bool procStartDetached(const QString& program, const QStringList& arguments)
+bool procStartDetached(const QString& program, const QStringList& arguments, qint64* pid)
 {
     LNX2ProcRequest request;
     request.mode = LNX2ProcMode::Detached;
     request.program = program;
     request.arguments = arguments;
-    return procRun(request).started;
+    const LNX2ProcResult result = procRun(request);
+    if (pid)
+        *pid = result.pid;
+    return result.started;
 }
 
 int procExecute(const QString& program, const QStringList& arguments)

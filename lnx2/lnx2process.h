@@ -41,6 +41,7 @@ struct LNX2ProcResult
     bool finished = false;   // ended within its limit
     bool normalExit = false; // not killed by a signal
     int exitCode = -1;
+    qint64 pid = 0; // Detached: the started process's id
     QByteArray out;
     QByteArray err;
 
@@ -64,7 +65,8 @@ LNX2ProcResult procRun(const QString& program, const QStringList& arguments, int
                        int finishMs);
 // A whole command line, split by procSplitCommand; no shell is involved.
 LNX2ProcResult procRunLine(const QString& commandLine, int startMs, int finishMs);
-bool procStartDetached(const QString& program, const QStringList& arguments);
+bool procStartDetached(const QString& program, const QStringList& arguments,
+                       qint64* pid = nullptr);
 int procExecute(const QString& program, const QStringList& arguments);
 
 // Qt 5's rule: blanks separate, double quotes group, three double quotes

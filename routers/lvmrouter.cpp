@@ -1,0 +1,3 @@
+#include "routers/lvmrouter.h"
+
+LvmRouter::LvmRouter(QObject* parent) : GX2TodoRouter(parent) {}

@@ -1,0 +1,3 @@
+#include "routers/raidrouter.h"
+
+RaidRouter::RaidRouter(QObject* parent) : GX2TodoRouter(parent) {}

@@ -1,0 +1,3 @@
+#include "routers/smbauditrouter.h"
+
+SmbAuditRouter::SmbAuditRouter(QObject* parent) : GX2TodoRouter(parent) {}

@@ -1,0 +1,3 @@
+#include "routers/sysinfomodule.h"
+
+SysInfoModule::SysInfoModule(QObject* parent) : GX2TodoRouter(parent) {}
