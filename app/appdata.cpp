@@ -1,0 +1,135 @@
+#include "app/appdata.h"
+
+#include "app/housekeeping.h"
+#include "gx2/gx2file.h"
+#include "gx2/gx2syspath.h"
+#include "gx2/gx2utils.h"
+#include "gx2/gx2uuid.h"
+
+#include <QCoreApplication>
+#include <QThread>
+
+#include <cerrno>
+#include <ctime>
+#include <thread>
+
+namespace {
+
+AppData* instance = nullptr;
+
+const char kOsUuidPath[] = "/orvo/etc/osuuid";
+const char kConfigDir[] = "/orvo/etc/quillo";
+const char kLogPath[] = "/var/log/nasbrolt.log";
+
+// Sleeps the whole time even when signals interrupt it.
+void sleepFully(time_t seconds, long nanos)
+{
+    timespec left{seconds, nanos};
+    while (::nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
+}
+
+} // namespace
+
+AppData* IAppData()
+{
+    return instance;
+}
+
+AppData* AppData::create()
+{
+    if (!instance)
+        instance = new AppData(nullptr);
+    return instance;
+}
+
+AppData::AppData(QObject* parent) : QObject(parent)
+{
+    qRegisterMetaType<GX2RpcPacket>("GX2RpcPacket");
+    appDir.setPath(QCoreApplication::applicationDirPath());
+    configDir.setPath(sysPath(QString::fromLatin1(kConfigDir)));
+    debug = readDebugFlag(configDir);
+    pool.setMaxThreadCount(qMax(QThread::idealThreadCount(), 4));
+    running = false;
+    stopping = false;
+
+    GX2Logger* log = GX2Logger::i();
+    log->setFilePath(sysPath(QString::fromLatin1(kLogPath)));
+    log->setMaxSize(kLogMaxSize);
+    log->write(QStringLiteral("nasbrolt startup..."), 1, QString(), QString(), -1);
+
+    // This order is the order in which commands are looked up.
+    server.add(&workRouter);
+    server.add(&sysInfo);
+    server.add(&raidRouter);
+    server.add(&lvmRouter);
+    server.add(&smbAudit);
+
+    std::thread(&AppData::slimmingRun, this).detach();
+}
+
+AppData::~AppData()
+{
+    stopping = true;
+    while (running)
+        sleepFully(0, 100 * 1000 * 1000);
+}
+
+bool AppData::start()
+{
+    osuuid = loadOrCreateOsUuid(sysPath(QString::fromLatin1(kOsUuidPath)));
+    if (!server.start(QString::fromLatin1(kBroltSocketName)))
+        return false;
+    // Some listen failures count as a start; say so rather than stay silent.
+    if (!server.isListening())
+        GX2Logger::i()->write(QStringLiteral("not listening: ") + server.errorString(), 3,
+                              QString(), QString(), -1);
+    return true;
+}
+
+void AppData::shutdown(int signal)
+{
+    server.stop();
+    GX2Logger::i()->write(QStringLiteral("nasbrolt shutdown (signal %1)").arg(signal), 1, QString(),
+                          QString(), -1);
+    GX2Logger::i()->flush();
+}
+
+void AppData::mainRun()
+{
+    running = true;
+    stopping = false;
+    while (!stopping) {
+    }
+    running = false;
+}
+
+void AppData::slimmingRun()
+{
+    const Housekeeping housekeeping(HousekeepingConfig::slimming());
+    for (;;) {
+        if (stopping) {
+            running = false;
+            return;
+        }
+        housekeeping.check();
+        sleepFully(kSlimmingPeriodSecs, 0);
+    }
+}
+
+QString AppData::loadOrCreateOsUuid(const QString& path)
+{
+    QString id = QString::fromUtf8(GX2File::readAll(path).trimmed());
+    if (id.isEmpty()) {
+        id = GX2Uuid(QString());
+        writeFile(path, id); // a failed write leaves a fresh identifier each start
+    }
+    return id;
+}
+
+bool AppData::readDebugFlag(const QDir& dir)
+{
+    const QJsonObject config =
+        GX2File::readJsonObject(dir.absoluteFilePath(QStringLiteral("nasbrolt.json")));
+    return toBool(config.value(QStringLiteral("debug")));
+}

@@ -13,11 +13,13 @@ struct HousekeepingConfig
     QStringList dfArguments;
     int dfStartMs = 0;
     int dfFinishMs = 0;
-    bool dfNeedsSixFields = false; // the slimming loop also demands more than 5 fields
-    int cleanAtUse = 0;            // clean when the root use in percent is at least this
+    bool dfNeedsSixFields = false;    // the slimming loop also demands more than 5 fields
+    int cleanAtUse = 0;               // clean when the root use in percent is at least this
     bool snapperThroughShell = false; // command lines through the runners, else program "snapper"
-    int snapperStartMs = 0;
+    int snapperStartMs = 0;           // listing as program "snapper"
     int snapperFinishMs = 0;
+    int snapperDeleteStartMs = 0; // deletion as program "snapper"
+    int snapperDeleteFinishMs = 0;
     bool anyRotatedNumber = false; // "syslog.2" counts as rotated, not only "syslog.1"
 
     static HousekeepingConfig slimming();
@@ -43,8 +45,11 @@ public:
     static QList<int> appSnapshots(const QString& snapperListing);
 
 private:
+    bool listSnapshots(QString& listing) const;
+    void deleteSnapshot(int number) const;
     void deleteSnapshots() const;
     void cleanLogs() const;
+    bool isRotated(const QString& suffix) const;
 
     HousekeepingConfig cfg;
 };

@@ -23,6 +23,7 @@ public:
     bool start(const QString& name);
     void stop();
     bool isListening() const;
+    QString errorString() const { return server.errorString(); }
     QString serverName() const { return name; }
 
     void clientClosed(GX2LocalClient* client);

@@ -65,8 +65,7 @@ LNX2ProcResult procRun(const QString& program, const QStringList& arguments, int
                        int finishMs);
 // A whole command line, split by procSplitCommand; no shell is involved.
 LNX2ProcResult procRunLine(const QString& commandLine, int startMs, int finishMs);
-bool procStartDetached(const QString& program, const QStringList& arguments,
-                       qint64* pid = nullptr);
+bool procStartDetached(const QString& program, const QStringList& arguments, qint64* pid = nullptr);
 int procExecute(const QString& program, const QStringList& arguments);
 
 // Qt 5's rule: blanks separate, double quotes group, three double quotes

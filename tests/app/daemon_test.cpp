@@ -1,0 +1,197 @@
+// The real nasbrolt binary in a temporary root, driven through nasbroltctl.
+
+#include "lnx2/lnx2process.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QLocalSocket>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <functional>
+
+namespace {
+
+const QString kSocket = QStringLiteral("QUILLO_BROLT_TELMAR_ORVO");
+
+// Substitute sudo: logs its arguments, answers "df" with a calm root file
+// system and runs everything else itself (the test runs as root).
+const char kSudo[] = R"(#!/bin/sh
+echo "$*" >> "$(dirname "$0")/sudo.log"
+if [ "$1" = df ]; then
+    echo "Filesystem     1K-blocks    Used Available Use% Mounted on"
+    echo "/dev/vda1       10000000 5000000   5000000  50% /"
+    exit 0
+fi
+exec "$@"
+)";
+
+bool waitUntil(const std::function<bool()>& condition, int limitMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > limitMs)
+            return false;
+        QThread::msleep(20);
+    }
+    return true;
+}
+
+bool processGone(qint64 pid)
+{
+    if (::kill(pid_t(pid), 0) != 0)
+        return true;
+    // A zombie waiting for a parent that does not reap counts as gone.
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    return stat.open(QIODevice::ReadOnly) && stat.readAll().contains(") Z ");
+}
+
+class DaemonTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(base.isValid());
+        for (const char* d : {"root", "tmp", "tools"})
+            ASSERT_TRUE(QDir(base.path()).mkpath(QString::fromLatin1(d)));
+        QFile sudo(path("tools/sudo"));
+        ASSERT_TRUE(sudo.open(QIODevice::WriteOnly));
+        sudo.write(kSudo);
+        sudo.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+
+    void TearDown() override
+    {
+        if (pid > 0 && !processGone(pid)) {
+            ::kill(pid_t(pid), SIGKILL);
+            waitUntil([this] { return processGone(pid); }, 5000);
+        }
+    }
+
+    QString path(const QString& relative) const { return base.filePath(relative); }
+
+    LNX2ProcRequest daemonRequest(const QString& program, const QStringList& args) const
+    {
+        LNX2ProcRequest r;
+        r.program = program;
+        r.arguments = args;
+        r.envRule = LNX2EnvRule::Set;
+        r.env = {{QStringLiteral("NASBROLT_ROOT"), path(QStringLiteral("root"))},
+                 {QStringLiteral("TMPDIR"), path(QStringLiteral("tmp"))},
+                 {QStringLiteral("NASBROLT_TOOLS"), path(QStringLiteral("tools"))}};
+        r.startMs = 5000;
+        r.finishMs = 30000;
+        return r;
+    }
+
+    void startDaemon()
+    {
+        LNX2ProcRequest r = daemonRequest(QStringLiteral(NASBROLT_BUILD_DIR "/nasbrolt"), {});
+        r.mode = LNX2ProcMode::Detached;
+        const LNX2ProcResult started = procRun(r);
+        ASSERT_TRUE(started.started);
+        pid = started.pid;
+        const QString socketPath = path(QStringLiteral("tmp/")) + kSocket;
+        ASSERT_TRUE(waitUntil(
+            [&] {
+                QLocalSocket probe;
+                probe.connectToServer(socketPath);
+                return probe.waitForConnected(100);
+            },
+            20000))
+            << "the daemon did not start listening";
+    }
+
+    void stopDaemon()
+    {
+        ASSERT_EQ(::kill(pid_t(pid), SIGTERM), 0);
+        EXPECT_TRUE(waitUntil([this] { return processGone(pid); }, 10000)) << "SIGTERM ignored";
+        pid = 0;
+    }
+
+    LNX2ProcResult ctl(const QStringList& args) const
+    {
+        return procRun(daemonRequest(QStringLiteral(NASBROLT_BUILD_DIR "/nasbroltctl"), args));
+    }
+
+    QByteArray file(const QString& relative) const
+    {
+        QFile f(path(relative));
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
+
+    QTemporaryDir base;
+    qint64 pid = 0;
+};
+
+} // namespace
+
+TEST_F(DaemonTest, AnswersLogsAndEndsOnSigterm)
+{
+    startDaemon();
+
+    const LNX2ProcResult working = ctl({QStringLiteral("-r"), QStringLiteral("system_working")});
+    EXPECT_EQ(working.exitCode, 0) << working.err.constData();
+    EXPECT_EQ(working.out.trimmed(), QByteArray("{\"err\":0}"));
+
+    const LNX2ProcResult unknown = ctl({QStringLiteral("-r"), QStringLiteral("no_such_command")});
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_EQ(unknown.out.trimmed(), QByteArray("{\"err\":9972}"));
+
+    stopDaemon();
+    EXPECT_FALSE(QFile::exists(path(QStringLiteral("tmp/")) + kSocket));
+
+    const QByteArray log = file(QStringLiteral("root/var/log/nasbrolt.log"));
+    EXPECT_TRUE(log.contains("\t[INFO]\tnasbrolt startup...\n")) << log.constData();
+    EXPECT_TRUE(log.contains("nasbrolt shutdown (signal 15)")) << log.constData();
+    // Housekeeping measured the root file system once at start.
+    EXPECT_TRUE(file(QStringLiteral("tools/sudo.log")).contains("df\n"));
+}
+
+TEST_F(DaemonTest, IdentifierIsCreatedOnceAndKept)
+{
+    startDaemon();
+    stopDaemon();
+    const QByteArray made = file(QStringLiteral("root/orvo/etc/osuuid"));
+    EXPECT_FALSE(made.isEmpty());
+    EXPECT_FALSE(made.contains('\n'));
+
+    startDaemon();
+    stopDaemon();
+    EXPECT_EQ(file(QStringLiteral("root/orvo/etc/osuuid")), made);
+
+    QFile own(path(QStringLiteral("root/orvo/etc/osuuid")));
+    ASSERT_TRUE(own.open(QIODevice::WriteOnly));
+    own.write(" machine-7\n");
+    own.close();
+    startDaemon();
+    stopDaemon();
+    EXPECT_EQ(file(QStringLiteral("root/orvo/etc/osuuid")), QByteArray(" machine-7\n"));
+}
+
+TEST_F(DaemonTest, ListenFailureIsLoggedAndTheProcessStillStops)
+{
+    // A directory where the socket belongs: the listen fails, and the failure
+    // counts as a start, so the daemon runs on without a socket.
+    const QString blocked = path(QStringLiteral("tmp/")) + kSocket;
+    ASSERT_TRUE(QDir().mkpath(blocked + QStringLiteral("/keep")));
+    LNX2ProcRequest r = daemonRequest(QStringLiteral(NASBROLT_BUILD_DIR "/nasbrolt"), {});
+    r.mode = LNX2ProcMode::Detached;
+    const LNX2ProcResult started = procRun(r);
+    ASSERT_TRUE(started.started);
+    pid = started.pid;
+    ASSERT_TRUE(waitUntil(
+        [&] { return file(QStringLiteral("root/var/log/nasbrolt.log")).contains("[ERROR]"); },
+        20000));
+    EXPECT_TRUE(
+        file(QStringLiteral("root/var/log/nasbrolt.log")).contains("\t[ERROR]\tnot listening: "));
+    EXPECT_TRUE(QFileInfo(blocked).isDir());
+    EXPECT_EQ(ctl({QStringLiteral("system_working")}).exitCode, 3);
+    stopDaemon();
+}
