@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds nasbrolt and runs every test: the normal build, the build under
-# AddressSanitizer + UndefinedBehaviorSanitizer, and a short fuzzing run.
+# AddressSanitizer + UndefinedBehaviorSanitizer, the threaded components under
+# ThreadSanitizer, and a short fuzzing run.
 # Installs what it needs first (as root, on Debian 12).
 set -uo pipefail
 cd "$(dirname "$0")/.."
@@ -10,6 +11,7 @@ bash scripts/setup.sh || exit 1
 status=0
 run_flavour() {
     local flavour="$1" dir="$2"
+    shift 2
     echo "=== $flavour build ==="
     if ! bash scripts/build.sh "$flavour"; then
         echo "=== $flavour build FAILED ==="
@@ -17,7 +19,7 @@ run_flavour() {
         return
     fi
     echo "=== $flavour tests ==="
-    if ! ctest --test-dir "$dir" --output-on-failure -j "$(nproc)"; then
+    if ! ctest --test-dir "$dir" --output-on-failure -j "$(nproc)" "$@"; then
         status=1
     fi
 }
@@ -27,6 +29,10 @@ export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 
 run_flavour normal build
 run_flavour asan build-asan
+# Qt's own libraries are not built for ThreadSanitizer; their internals are
+# suppressed, the project's code is not.
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/tsan.supp"
+run_flavour tsan build-tsan -R "$(cat tests/tsan.tests)"
 
 echo "=== fuzzing (short) ==="
 if ! bash scripts/fuzz.sh 30; then
