@@ -4,18 +4,16 @@
 
 namespace {
 
-GX2RpcPacket command(const char* name)
-{
-    GX2RpcPacket p;
-    p.insert(QStringLiteral("cmd"), QString::fromUtf8(name));
-    return p;
-}
-
-GX2RpcPacket dispatch(GX2TodoRouter& root, const GX2RpcPacket& request)
+GX2RpcPacket dispatch(GX2TodoRouter& root, const QJsonObject& request, bool handled = true)
 {
     GX2RpcPacket response;
-    root.doSlot(response, request);
+    EXPECT_EQ(root.doSlot(response, request), handled);
     return response;
+}
+
+QString whoAnswers(GX2TodoRouter& root)
+{
+    return dispatch(root, QJsonObject{{"cmd", "who"}}).value("router").toString();
 }
 
 } // namespace
@@ -25,77 +23,42 @@ TEST(TodoRouter, UnknownMissingAndWrongSignatureGiveOnly9972)
     GX2TodoRouter root;
     EchoRouter echo;
     root.add(&echo);
-
     const QJsonObject unknown{{"err", 9972}};
-    EXPECT_EQ(dispatch(root, command("no_such_command")), unknown);
-    EXPECT_EQ(dispatch(root, GX2RpcPacket(QJsonObject{{"params", QJsonObject()}})), unknown);
-    EXPECT_EQ(dispatch(root, GX2RpcPacket(QJsonObject{{"cmd", 5}})), unknown);
-    // Slots exist under these names, but not with the command signature.
-    EXPECT_EQ(dispatch(root, command("notACommand")), unknown);
-    EXPECT_EQ(dispatch(root, command("deleteLater")), unknown);
-    // No normalisation of the looked-up name.
-    EXPECT_EQ(dispatch(root, command("echo_params ")), unknown);
+
+    // notACommand and deleteLater are slots, but without the command signature;
+    // the looked-up name is not normalised.
+    for (const char* cmd : {"no_such_command", "notACommand", "deleteLater", "echo_seq "})
+        EXPECT_EQ(dispatch(root, QJsonObject{{"cmd", cmd}}, false), unknown) << cmd;
+    EXPECT_EQ(dispatch(root, QJsonObject{{"params", 1}}, false), unknown);
+    EXPECT_EQ(dispatch(root, QJsonObject{{"cmd", 5}}, false), unknown);
+
+    // The slot gets the request; nothing of it is copied back by the dispatcher.
+    EXPECT_EQ(dispatch(root, QJsonObject{{"cmd", "echo_seq"}, {"seq", 4}, {"params", 1}}),
+              (QJsonObject{{"err", 0}, {"seq", 4}}));
 }
 
-TEST(TodoRouter, SlotGetsTheRequestAndWritesOnlyItsOwnAnswer)
+TEST(TodoRouter, FirstRegisteredRouterWinsAndDuplicatesAreIgnored)
 {
     GX2TodoRouter root;
     EchoRouter echo;
+    NamedRouter first("first");
+    NamedRouter second("second");
     root.add(&echo);
-
-    GX2RpcPacket request = command("echo_params");
-    request.insert(QStringLiteral("seq"), 4);
-    request.insert(QStringLiteral("params"), QJsonObject{{"x", "y"}});
-    GX2RpcPacket response;
-    EXPECT_TRUE(root.doSlot(response, request));
-    // Nothing of the request is copied back by the dispatcher.
-    EXPECT_EQ(response, (QJsonObject{{"err", 0}, {"results", QJsonObject{{"x", "y"}}}}));
-}
-
-TEST(TodoRouter, FirstRegisteredRouterWinsAndLaterRoutersSeePriorMisses)
-{
-    GX2TodoRouter root;
-    NamedRouter first(QStringLiteral("first"));
-    NamedRouter second(QStringLiteral("second"));
-    EchoRouter echo;
-    root.add(&echo);
+    root.add(&first);
     root.add(&first);
     root.add(&second);
 
-    EXPECT_EQ(dispatch(root, command("who")).value(QStringLiteral("router")).toString(),
-              QStringLiteral("first"));
-    // The echo router missed first and left 9972 behind; the slot saw it.
-    EXPECT_EQ(dispatch(root, command("who")).value(QStringLiteral("seen_err")).toInt(), 9972);
+    EXPECT_EQ(whoAnswers(root), "first");
 
+    // One removal takes the only entry; added again, it comes last.
     root.del(&first);
-    EXPECT_EQ(dispatch(root, command("who")).value(QStringLiteral("router")).toString(),
-              QStringLiteral("second"));
-    root.del(&first); // unknown now: no effect
+    EXPECT_EQ(whoAnswers(root), "second");
     root.add(&first);
-    EXPECT_EQ(dispatch(root, command("who")).value(QStringLiteral("router")).toString(),
-              QStringLiteral("second"));
-}
+    EXPECT_EQ(whoAnswers(root), "second");
 
-TEST(TodoRouter, DuplicateAddKeepsOneEntryAndTreesNest)
-{
-    GX2TodoRouter root;
-    GX2TodoRouter middle;
-    CountingRouter leaf;
-    root.add(&middle);
-    root.add(&middle);
-    middle.add(&leaf);
-    middle.add(&leaf);
-
-    dispatch(root, command("missing"));
-    dispatch(root, command("count"));
-    // One visit per router for a miss, and the slot ran once.
-    EXPECT_EQ(leaf.calls, 1);
-    EXPECT_EQ(dispatch(root, command("count")).value(QStringLiteral("calls")).toInt(), 2);
-
-    // A router's own slot is found before its children's.
-    NamedRouter rootWithSlot(QStringLiteral("root"));
-    NamedRouter child(QStringLiteral("child"));
-    rootWithSlot.add(&child);
-    EXPECT_EQ(dispatch(rootWithSlot, command("who")).value(QStringLiteral("router")).toString(),
-              QStringLiteral("root"));
+    // Trees nest, and a router's own slot comes before its children's.
+    GX2TodoRouter top;
+    top.add(&root);
+    second.add(&first);
+    EXPECT_EQ(whoAnswers(top), "second");
 }

@@ -12,52 +12,23 @@ public slots:
     void notACommand() {}
 
 private slots:
-    void echo_params(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
-    {
-        retObject->insert(QStringLiteral("err"), 0);
-        retObject->insert(QStringLiteral("results"), cmdObject.value(QStringLiteral("params")));
-    }
-
     void echo_seq(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
     {
-        retObject->insert(QStringLiteral("err"), 0);
-        retObject->insert(QStringLiteral("seq"), cmdObject.value(QStringLiteral("seq")));
+        retObject->insert("err", 0);
+        retObject->insert("seq", cmdObject.value("seq"));
     }
 
     void silent(GX2RpcPacket*, GX2RpcPacket) {}
 };
 
+// Answers "who" with its name.
 class NamedRouter : public GX2TodoRouter
 {
     Q_OBJECT
 
 public:
-    explicit NamedRouter(const QString& name) : name(name) {}
+    explicit NamedRouter(const char* name) { setObjectName(name); }
 
 private slots:
-    void who(GX2RpcPacket* retObject, GX2RpcPacket)
-    {
-        retObject->insert(QStringLiteral("seen_err"), retObject->value(QStringLiteral("err")));
-        retObject->insert(QStringLiteral("err"), 0);
-        retObject->insert(QStringLiteral("router"), name);
-    }
-
-private:
-    QString name;
-};
-
-class CountingRouter : public GX2TodoRouter
-{
-    Q_OBJECT
-
-public:
-    int calls = 0;
-
-private slots:
-    void count(GX2RpcPacket* retObject, GX2RpcPacket)
-    {
-        ++calls;
-        retObject->insert(QStringLiteral("err"), 0);
-        retObject->insert(QStringLiteral("calls"), calls);
-    }
+    void who(GX2RpcPacket* retObject, GX2RpcPacket) { retObject->insert("router", objectName()); }
 };

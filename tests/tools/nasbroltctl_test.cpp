@@ -5,15 +5,14 @@
 #include "lnx2/lnx2process.h"
 
 #include <QDir>
-#include <QJsonDocument>
+#include <QEventLoop>
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QSemaphore>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <thread>
+#include <tuple>
 
 namespace {
 
@@ -26,181 +25,81 @@ class CtlTestRouter : public GX2TodoRouter
 private slots:
     void ctl_echo(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
     {
-        retObject->insert(QStringLiteral("err"), 0);
-        retObject->insert(QStringLiteral("results"), QJsonObject(cmdObject));
+        retObject->insert("err", 0);
+        retObject->insert("results", QJsonObject(cmdObject));
     }
-
-    void ctl_refuse(GX2RpcPacket* retObject, GX2RpcPacket)
+    void ctl_no(GX2RpcPacket* retObject, GX2RpcPacket)
     {
-        retObject->insert(QStringLiteral("err"), kErrBadParam);
-        retObject->insert(QStringLiteral("errmsg"), QStringLiteral("参数 dev 为空"));
+        retObject->insert("err", kErrBadParam);
+        retObject->insert("errmsg", "é");
     }
-
     void ctl_idle(GX2RpcPacket*, GX2RpcPacket) {}
 };
 
-// The client blocks the test's thread, so servers run their loop here.
-class ServerThread : public QThread
+// The servers answer from this thread's event loop while the client runs in another.
+LNX2ProcResult runCtl(const QStringList& arguments)
 {
-public:
-    using Body = std::function<void(ServerThread&)>;
-
-    explicit ServerThread(Body body) : body(std::move(body)) {}
-    ~ServerThread() override
-    {
-        quit();
-        wait();
-    }
-
-    bool serve()
-    {
-        start();
-        ready.acquire();
-        return listening;
-    }
-    void report(bool ok)
-    {
-        listening = ok;
-        ready.release();
-    }
-    void loop() { exec(); }
-
-protected:
-    void run() override { body(*this); }
-
-private:
-    Body body;
-    QSemaphore ready;
-    bool listening = false;
-};
-
-void serveRouter(ServerThread& thread)
-{
-    GX2LocalServer server;
-    CtlTestRouter router;
-    server.add(&router);
-    thread.report(server.start(kSocket) && server.isListening());
-    thread.loop();
-}
-
-// Accepts and hangs up at once, as a daemon dying mid-command would.
-void serveHangUp(ServerThread& thread)
-{
-    QLocalServer server;
-    QObject::connect(&server, &QLocalServer::newConnection,
-                     [&server] { delete server.nextPendingConnection(); });
-    thread.report(server.listen(kSocket));
-    thread.loop();
-}
-
-struct CtlRun
-{
-    int status = -1;
-    QString out;
-    QString err;
-};
-
-CtlRun runCtl(const QStringList& arguments)
-{
-    LNX2ProcRequest request;
-    request.program = QStringLiteral(NASBROLT_BUILD_DIR "/nasbroltctl");
-    request.arguments = QStringList{QStringLiteral("--socket"), kSocket} + arguments;
-    request.env.insert(QStringLiteral("TMPDIR"), QDir::tempPath());
-    request.envRule = LNX2EnvRule::Set;
-    request.startMs = 5000;
-    request.finishMs = 20000;
-    const LNX2ProcResult result = procRun(request);
-    EXPECT_TRUE(result.finished && result.normalExit) << arguments.join(' ').toStdString();
-    return {result.exitCode, QString::fromUtf8(result.out), QString::fromUtf8(result.err)};
-}
-
-QJsonObject parsedOut(const CtlRun& run)
-{
-    return QJsonDocument::fromJson(run.out.toUtf8()).object();
+    QEventLoop loop;
+    LNX2ProcResult r;
+    std::thread client([&] {
+        r = procRun(NASBROLT_BUILD_DIR "/nasbroltctl", QStringList{"--socket", kSocket} + arguments,
+                    5000, 20000);
+        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+    });
+    loop.exec();
+    client.join();
+    EXPECT_TRUE(r.finished && r.normalExit) << qPrintable(arguments.join(' '));
+    return r;
 }
 
 } // namespace
 
-TEST(Nasbroltctl, AnswersArePrintedAsJson)
+TEST(Nasbroltctl, AnswersArePrintedAsJsonWithTheExitStatusOfTheirErr)
 {
-    ServerThread server(serveRouter);
-    ASSERT_TRUE(server.serve());
-
-    const CtlRun typed =
-        runCtl({QStringLiteral("ctl_echo"), QStringLiteral("vg=vg0"), QStringLiteral("n:=5")});
-    EXPECT_EQ(typed.status, 0);
-    EXPECT_EQ(typed.err, QString());
-    EXPECT_TRUE(typed.out.contains(QStringLiteral("\n    \"err\": 0"))) << typed.out.toStdString();
-    const QJsonObject sent = parsedOut(typed).value(QStringLiteral("results")).toObject();
-    EXPECT_EQ(sent, (QJsonObject{{QStringLiteral("cmd"), QStringLiteral("ctl_echo")},
-                                 {QStringLiteral("params"),
-                                  QJsonObject{{QStringLiteral("vg"), QStringLiteral("vg0")},
-                                              {QStringLiteral("n"), 5}}}}));
-
-    const CtlRun raw = runCtl({QStringLiteral("-r"), QStringLiteral("ctl_echo")});
-    EXPECT_EQ(raw.status, 0);
-    EXPECT_EQ(raw.out, QStringLiteral(R"({"err":0,"results":{"cmd":"ctl_echo"}})"
-                                      "\n"));
-
-    const CtlRun idle = runCtl({QStringLiteral("ctl_idle")});
-    EXPECT_EQ(idle.status, 0);
-    EXPECT_EQ(idle.out, QStringLiteral("{}\n"));
-}
-
-TEST(Nasbroltctl, NonZeroErrExitsOneWithTheMessage)
-{
-    ServerThread server(serveRouter);
-    ASSERT_TRUE(server.serve());
-
-    const CtlRun refused = runCtl({QStringLiteral("ctl_refuse"), QStringLiteral("dev=")});
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_EQ(parsedOut(refused).value(QStringLiteral("err")).toInt(), kErrBadParam);
-    EXPECT_EQ(refused.err, QStringLiteral("nasbroltctl: error 9995: 参数 dev 为空\n"));
-
-    const CtlRun unknown = runCtl({QStringLiteral("no_such_command")});
-    EXPECT_EQ(unknown.status, 1);
-    EXPECT_EQ(unknown.err, QStringLiteral("nasbroltctl: error 9972\n"));
-}
-
-TEST(Nasbroltctl, MissingOrSilentDaemonHasItsOwnStatus)
-{
-    const CtlRun absent = runCtl({QStringLiteral("ctl_echo")});
-    EXPECT_EQ(absent.status, 3);
-    EXPECT_TRUE(absent.err.contains(QDir::tempPath() + QLatin1Char('/') + kSocket));
-    EXPECT_TRUE(absent.err.contains(QStringLiteral("is the daemon running?")));
-    EXPECT_EQ(absent.out, QString());
-
-    {
-        // Listening without an event loop: connections are queued, never answered.
-        QLocalServer silent;
-        ASSERT_TRUE(silent.listen(kSocket));
-        const CtlRun waited =
-            runCtl({QStringLiteral("-t"), QStringLiteral("300"), QStringLiteral("ctl_echo")});
-        EXPECT_EQ(waited.status, 4);
-        EXPECT_TRUE(waited.err.contains(QStringLiteral("no answer within 300 ms")));
+    GX2LocalServer server;
+    CtlTestRouter router;
+    server.add(&router);
+    ASSERT_TRUE(server.start(kSocket) && server.isListening());
+    const QByteArray echoed =
+        "{\"err\":0,\"results\":{\"cmd\":\"ctl_echo\",\"params\":{\"n\":5,\"vg\":\"vg0\"}}}\n";
+    const QByteArray usage = "nasbroltctl: unrecognized option '--bogus'\n"
+                             "Try 'nasbroltctl --help' for more information.\n";
+    // {arguments, exit status, stdout, stderr}
+    const std::tuple<QStringList, int, QByteArray, QByteArray> cases[] = {
+        {{"-r", "ctl_echo", "vg=vg0", "n:=5"}, 0, echoed, ""},
+        {{"ctl_idle"}, 0, "{}\n", ""}, // an empty answer
+        {{"-r", "ctl_no"}, 1, "{\"err\":9995,\"errmsg\":\"é\"}\n", "nasbroltctl: error 9995: é\n"},
+        {{"no_such_command"}, 1, "{\n    \"err\": 9972\n}\n", "nasbroltctl: error 9972\n"},
+        {{"--bogus"}, 2, "", usage},
+    };
+    for (const auto& [args, status, out, err] : cases) {
+        const LNX2ProcResult r = runCtl(args);
+        EXPECT_EQ(std::make_tuple(r.exitCode, r.out, r.err), std::make_tuple(status, out, err))
+            << qPrintable(args.join(' '));
     }
-
-    ServerThread hangUp(serveHangUp);
-    ASSERT_TRUE(hangUp.serve());
-    const CtlRun dropped = runCtl({QStringLiteral("ctl_echo")});
-    EXPECT_EQ(dropped.status, 4);
-    EXPECT_TRUE(dropped.err.contains(QStringLiteral("closed before an answer")))
-        << dropped.err.toStdString();
 }
 
-TEST(Nasbroltctl, UsageErrorsAndHelp)
+TEST(Nasbroltctl, MissingSilentOrDroppingDaemonHasItsOwnStatus)
 {
-    const CtlRun bad = runCtl({QStringLiteral("ctl_echo"), QStringLiteral("word")});
-    EXPECT_EQ(bad.status, 2);
-    EXPECT_EQ(bad.out, QString());
-    EXPECT_TRUE(bad.err.startsWith(QStringLiteral("nasbroltctl: unexpected argument 'word'")));
-    EXPECT_TRUE(bad.err.contains(QStringLiteral("--help")));
+    const LNX2ProcResult absent = runCtl({"ctl_echo"});
+    EXPECT_EQ(absent.exitCode, 3);
+    EXPECT_TRUE(absent.err.contains(QFile::encodeName(QDir::tempPath() + '/' + kSocket)));
+    EXPECT_EQ(absent.out, QByteArray());
 
-    const CtlRun help = runCtl({QStringLiteral("--help")});
-    EXPECT_EQ(help.status, 0);
-    EXPECT_TRUE(help.out.startsWith(QStringLiteral("Usage: nasbroltctl")));
-    EXPECT_TRUE(help.out.contains(QStringLiteral("Exit status")));
-    EXPECT_EQ(help.err, QString());
+    QLocalServer server; // accepts, but never answers
+    ASSERT_TRUE(server.listen(kSocket));
+    const LNX2ProcResult waited = runCtl({"-t", "300", "ctl_echo"});
+    EXPECT_EQ(waited.exitCode, 4);
+    EXPECT_TRUE(waited.err.contains("no answer within 300 ms")) << waited.err.data();
+
+    // Hanging up at once, as a daemon dying mid-command would.
+    QObject::connect(&server, &QLocalServer::newConnection, [&server] {
+        while (server.hasPendingConnections())
+            delete server.nextPendingConnection();
+    });
+    const LNX2ProcResult dropped = runCtl({"ctl_echo"});
+    EXPECT_EQ(dropped.exitCode, 4);
+    EXPECT_TRUE(dropped.err.contains("closed before an answer")) << dropped.err.data();
 }
 
 #include "nasbroltctl_test.moc"
