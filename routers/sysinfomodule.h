@@ -1,12 +1,22 @@
 #pragma once
 
 #include "gx2/gx2todorouter.h"
+#include "routers/naslog.h"
 
-// The event log and the live dashboard.
+// The event log's RPC face (and, later, the live dashboard).
 class SysInfoModule : public GX2TodoRouter
 {
     Q_OBJECT
 
 public:
     explicit SysInfoModule(QObject* parent = nullptr);
+
+    NASLog& eventLog() { return naslog; }
+
+private slots:
+    void naslog_append(GX2RpcPacket* retObject, GX2RpcPacket cmdObject);
+    void naslog_recent(GX2RpcPacket* retObject, GX2RpcPacket cmdObject);
+
+private:
+    NASLog naslog;
 };

@@ -6,6 +6,9 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLocalSocket>
 #include <QTemporaryDir>
 #include <QThread>
@@ -194,4 +197,37 @@ TEST_F(DaemonTest, ListenFailureIsLoggedAndTheProcessStillStops)
     EXPECT_TRUE(QFileInfo(blocked).isDir());
     EXPECT_EQ(ctl({QStringLiteral("system_working")}).exitCode, 3);
     stopDaemon();
+}
+
+TEST_F(DaemonTest, EventLogWorksThroughTheSocketAndSurvivesARestart)
+{
+    startDaemon();
+    for (const char* text : {"disk added", "volume created"}) {
+        const LNX2ProcResult added =
+            ctl({QStringLiteral("naslog_append"), QStringLiteral("level=Information"),
+                 QStringLiteral("description=") + QString::fromLatin1(text),
+                 QStringLiteral("username=admin")});
+        EXPECT_EQ(added.exitCode, 0) << added.err.constData();
+    }
+    const auto newest = [this] {
+        const LNX2ProcResult recent = ctl({QStringLiteral("-r"), QStringLiteral("naslog_recent")});
+        const QJsonArray records = QJsonDocument::fromJson(recent.out)
+                                       .object()
+                                       .value(QStringLiteral("results"))
+                                       .toObject()
+                                       .value(QStringLiteral("records"))
+                                       .toArray();
+        QStringList texts;
+        for (const QJsonValue& r : records)
+            texts << r.toObject().value(QStringLiteral("description")).toString();
+        return texts;
+    };
+    const QStringList expected{QStringLiteral("volume created"), QStringLiteral("disk added")};
+    EXPECT_EQ(newest(), expected);
+    stopDaemon();
+
+    startDaemon();
+    EXPECT_EQ(newest(), expected);
+    stopDaemon();
+    EXPECT_TRUE(QFile::exists(path(QStringLiteral("root/var/lib/orvolog/orvolog.db"))));
 }
