@@ -9,6 +9,8 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
+#include "tests/support/offloop.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -36,18 +38,6 @@ private slots:
         echo(retObject, cmdObject);
     }
 };
-
-// Runs a blocking client call on a worker while this thread's loop serves it.
-template <typename Call> int offLoop(Call call)
-{
-    std::atomic<bool> done{false};
-    int value = -1;
-    std::thread worker([&] { value = call(), done = true; });
-    while (!done)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    worker.join();
-    return value;
-}
 
 class BroltTest : public ::testing::Test
 {

@@ -11,6 +11,8 @@
 #include <QTemporaryDir>
 #include <QTimer>
 
+#include "tests/support/offloop.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -62,18 +64,6 @@ private:
     QTcpServer server;
     QHash<QTcpSocket*, QByteArray> pending;
 };
-
-// Runs a blocking transfer on a worker while this thread's loop serves it.
-template <typename Call> bool offLoop(Call call)
-{
-    std::atomic<bool> done{false};
-    bool value = false;
-    std::thread worker([&] { value = call(), done = true; });
-    while (!done)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    worker.join();
-    return value;
-}
 
 class HttpTest : public ::testing::Test
 {

@@ -6,10 +6,9 @@
 #include <QCoreApplication>
 #include <QTemporaryDir>
 
-#include <gtest/gtest.h>
+#include "tests/support/offloop.h"
 
-#include <atomic>
-#include <thread>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -51,10 +50,10 @@ TEST_F(SysInfoModuleTest, AppendThenRecentNewestFirstAndSurvivesANewModule)
         SysInfoModule module;
         server.add(&module);
         for (const char* text : {"first", "second"}) {
-            const GX2RpcPacket answer = dispatch(
-                server, QStringLiteral("naslog_append"),
-                {{QStringLiteral("level"), QStringLiteral("Information")},
-                 {QStringLiteral("description"), QString::fromLatin1(text)}});
+            const GX2RpcPacket answer =
+                dispatch(server, QStringLiteral("naslog_append"),
+                         {{QStringLiteral("level"), QStringLiteral("Information")},
+                          {QStringLiteral("description"), QString::fromLatin1(text)}});
             EXPECT_EQ(answer, (QJsonObject{{QStringLiteral("err"), 0}}));
         }
         // Refused by the database (no level): the one failure code, pool unchanged.
@@ -68,7 +67,8 @@ TEST_F(SysInfoModuleTest, AppendThenRecentNewestFirstAndSurvivesANewModule)
     SysInfoModule again;
     const QJsonArray reloaded = records(again);
     ASSERT_EQ(reloaded.size(), 2);
-    EXPECT_EQ(reloaded[0].toObject().value(QStringLiteral("description")), QStringLiteral("second"));
+    EXPECT_EQ(reloaded[0].toObject().value(QStringLiteral("description")),
+              QStringLiteral("second"));
     EXPECT_FALSE(reloaded[0].toObject().value(QStringLiteral("timestamp")).toString().isEmpty());
 }
 
@@ -79,16 +79,10 @@ TEST_F(SysInfoModuleTest, WorkerThreadReachesTheRouterThroughTheSocket)
     server.add(&module);
     ASSERT_TRUE(server.start(QString::fromLatin1(kBroltSocketName)));
 
-    std::atomic_bool done{false};
-    bool added = false;
-    std::thread worker([&] {
-        added = naslogAdd(QStringLiteral("Warning"), QStringLiteral("raid"), QString(),
-                          QStringLiteral("md0 degraded"), QStringLiteral("raid"), QString());
-        done = true;
+    const bool added = offLoop([] {
+        return naslogAdd(QStringLiteral("Warning"), QStringLiteral("raid"), QString(),
+                         QStringLiteral("md0 degraded"), QStringLiteral("raid"), QString());
     });
-    while (!done)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    worker.join();
 
     EXPECT_TRUE(added);
     const QJsonObject newest = records(module).first().toObject();
