@@ -1,15 +1,10 @@
 #include "routers/naslog.h"
 
 #include "gx2/gx2syspath.h"
+#include "res/resources.h"
 #include "routers/naslogprivate.h"
 
 #include <QFile>
-
-// Resources live in the static core library; make sure they are registered.
-static void initNasLogResources()
-{
-    Q_INIT_RESOURCE(res);
-}
 
 namespace {
 
@@ -43,7 +38,7 @@ QJsonObject eventOf(const QJsonObject& row)
 
 NASLogPrivate::NASLogPrivate() : poolSize(NASLog::kDefaultPoolSize)
 {
-    initNasLogResources();
+    initResources();
     db.loadSqlCreator(QString::fromLatin1(kCreatorScript));
 }
 
