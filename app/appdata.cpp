@@ -78,6 +78,9 @@ AppData::~AppData()
 bool AppData::start()
 {
     osuuid = loadOrCreateOsUuid(sysPath(QString::fromLatin1(kOsUuidPath)));
+    // Audit collection does not decide the start: without it the daemon still serves.
+    smbAudit.mapTo(QStringLiteral("local7"), SmbAuditRouter::kAuditPort);
+    smbAudit.start(SmbAuditRouter::kAuditPort);
     if (!server.start(QString::fromLatin1(kBroltSocketName)))
         return false;
     // Some listen failures count as a start; say so rather than stay silent.

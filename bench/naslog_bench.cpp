@@ -45,10 +45,10 @@ Options parse(const QStringList& args)
 
 QJsonObject event(int client, int i)
 {
-    return QJsonObject{{QStringLiteral("level"), QStringLiteral("Information")},
-                       {QStringLiteral("username"), QStringLiteral("bench")},
-                       {QStringLiteral("description"),
-                        QStringLiteral("client %1 event %2").arg(client).arg(i)}};
+    return QJsonObject{
+        {QStringLiteral("level"), QStringLiteral("Information")},
+        {QStringLiteral("username"), QStringLiteral("bench")},
+        {QStringLiteral("description"), QStringLiteral("client %1 event %2").arg(client).arg(i)}};
 }
 
 // One connection, request after request; latencies in microseconds.
@@ -65,8 +65,8 @@ std::vector<qint64> runClient(int client, int count, std::atomic_int& failures)
     for (int i = 0; i < count; ++i) {
         QElapsedTimer timer;
         timer.start();
-        socket.write(GX2RpcPacket::make(QStringLiteral("naslog_append"), 0, event(client, i))
-                         .toDatagram());
+        socket.write(
+            GX2RpcPacket::make(QStringLiteral("naslog_append"), 0, event(client, i)).toDatagram());
         socket.flush();
         GX2RpcPacket answer;
         while (answer.fromDatagram(buffer) != GX2RpcPacket::Taken) {

@@ -25,8 +25,8 @@ QString dateText(const QDate& date)
 QJsonObject eventOf(const QJsonObject& row)
 {
     static const std::pair<const char*, const char*> keys[] = {
-        {"eventlevel", "level"}, {"username", "username"}, {"ipaddr", "ipaddr"},
-        {"eventdes", "description"}, {"appname", "appname"}, {"devicename", "devicename"},
+        {"eventlevel", "level"},     {"username", "username"}, {"ipaddr", "ipaddr"},
+        {"eventdes", "description"}, {"appname", "appname"},   {"devicename", "devicename"},
         {"eventtime", "timestamp"}};
     QJsonObject event;
     for (const auto& [column, key] : keys)

@@ -1,57 +1,298 @@
 #include "routers/smbauditrouter.h"
 
-// Placeholder bodies, replaced by the real commands.
-void SmbAuditRouter::smbaudit_config_load(GX2RpcPacket* retObject, GX2RpcPacket)
+#include "gx2/gx2errors.h"
+#include "gx2/gx2file.h"
+#include "gx2/gx2syspath.h"
+#include "gx2/gx2utils.h"
+#include "lnx2/lnx2process.h"
+#include "routers/smbauditcsv.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+// The audit router's commands: configuration, watched directories, records.
+
+namespace {
+
+constexpr int kErrNotRunning = 9905; // configuration saved, collector stopped
+constexpr int kErrNotOpen = 9908;
+constexpr int kErrStatement = 9975;
+// rm and ln on one path return at once; the limit only guards a hung tool.
+constexpr int kToolMs = 5000;
+const char kConfigFile[] = "/orvo/etc/samba/smbaudit.json";
+const char kDefaultFile[] = "/orvo/etc/samba/smbaudit.db";
+const char kSharesDir[] = "/orvo/shares/";
+
+QJsonObject paramsOf(const GX2RpcPacket& cmdObject)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    return cmdObject.value(QStringLiteral("params")).toObject();
 }
 
-void SmbAuditRouter::smbaudit_config_save(GX2RpcPacket* retObject, GX2RpcPacket)
+void answer(GX2RpcPacket* retObject, int err)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    retObject->insert(QStringLiteral("err"), err);
+}
+
+void answer(GX2RpcPacket* retObject, const QJsonObject& results)
+{
+    retObject->insert(QStringLiteral("results"), results);
+    answer(retObject, kErrOk);
+}
+
+struct Outcome
+{
+    bool ok = false;
+    QJsonArray rows;
+    int changes = 0, lastId = 0;
+};
+
+Outcome runSql(GX2DBSqlite& db, const char* sqlid, const QJsonObject& params)
+{
+    Outcome out;
+    out.ok = db.call(out.changes, out.lastId, out.rows, QString::fromLatin1(sqlid), params);
+    return out;
+}
+
+// The new directory's number, or the code that stops it being added.
+int appendDir(GX2DBSqlite& db, const QString& dir, int& sadno)
+{
+    if (!QFileInfo(dir).isDir())
+        return kErrNothing;
+    const QJsonObject params{{QStringLiteral("dir"), dir}};
+    const Outcome found = runSql(db, "smbaudit_dir_exists", params);
+    if (!found.ok)
+        return kErrStatement;
+    if (!found.rows.isEmpty())
+        return kErrExists;
+    const Outcome added = runSql(db, "smbaudit_dir_append", params);
+    if (!added.ok || added.changes < 1 || added.lastId < 1)
+        return kErrWriteFailed;
+    sadno = added.lastId;
+    return kErrOk;
+}
+
+// ln does not make the link's directory, and a fresh appliance has no shares yet.
+void linkAt(const QString& target, const QString& link)
+{
+    QDir().mkpath(QFileInfo(link).path());
+    procRun(QStringLiteral("ln"), {QStringLiteral("-s"), target, link}, kToolMs, kToolMs);
+}
+
+} // namespace
+
+void SmbAuditRouter::smbaudit_config_load(GX2RpcPacket* retObject, GX2RpcPacket)
+{
+    const QJsonObject config = GX2File::readJsonObject(sysPath(QString::fromLatin1(kConfigFile)));
+    answer(retObject,
+           {{QStringLiteral("storagedir"), toString(config.value(QStringLiteral("storagedir")))},
+            {QStringLiteral("savedays"), toInt(config.value(QStringLiteral("savedays")))}});
+}
+
+void SmbAuditRouter::smbaudit_config_save(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
+{
+    if (moveRequested)
+        return answer(retObject, kErrBusy);
+    const QJsonObject params = paramsOf(cmdObject);
+    const QString dir = toString(params.value(QStringLiteral("storagedir")));
+    QJsonObject config;
+    QString target = sysPath(QString::fromLatin1(kDefaultFile));
+    if (!dir.isEmpty() && QFileInfo(dir).isDir()) {
+        const QString absolute = QDir(dir).absolutePath();
+        config.insert(QStringLiteral("storagedir"), absolute);
+        target = QDir(absolute).filePath(QStringLiteral("smbaudit.db"));
+    }
+    const int savedays = toInt(params.value(QStringLiteral("savedays")));
+    config.insert(QStringLiteral("savedays"), savedays);
+    if (!writeFile(sysPath(QString::fromLatin1(kConfigFile)), config))
+        return answer(retObject, kErrWriteFailed);
+    m_savedays = savedays;
+    if (!isRunning())
+        return answer(retObject, kErrNotRunning); // takes effect at the next start
+    // No move can run here (moveRequested was clear), so m_storageFile is stable.
+    if (target != m_storageFile) {
+        m_pendingFile = target;
+        moveRequested = true;
+        resume();
+    }
+    answer(retObject, kErrOk);
 }
 
 void SmbAuditRouter::smbaudit_dir_loadby(GX2RpcPacket* retObject, GX2RpcPacket)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    QReadLocker locker(&dbLock);
+    if (!db.isOpen())
+        return answer(retObject, kErrNotOpen);
+    const Outcome dirs = runSql(db, "smbaudit_dir_loadby", {});
+    if (!dirs.ok)
+        return answer(retObject, kErrStatement);
+    QJsonArray records;
+    for (const QJsonValue& row : dirs.rows)
+        records.append(dirByFields(row.toObject()));
+    answer(retObject, {{QStringLiteral("records"), records}});
 }
 
-void SmbAuditRouter::smbaudit_dir_append(GX2RpcPacket* retObject, GX2RpcPacket)
+void SmbAuditRouter::smbaudit_dir_append(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    QReadLocker locker(&dbLock);
+    if (!db.isOpen())
+        return answer(retObject, kErrNotOpen);
+    const QStringList dirs = toStrings(paramsOf(cmdObject).value(QStringLiteral("dirs")).toArray());
+    // A list of empty names counts as an empty list.
+    int err = kErrBadParam;
+    QJsonArray added;
+    for (const QString& dir : dirs) {
+        if (dir.isEmpty())
+            continue;
+        int sadno = 0;
+        err = appendDir(db, dir, sadno);
+        if (err != kErrOk)
+            continue;
+        added.append(QJsonObject{{QStringLiteral("dir"), dir}, {QStringLiteral("sadno"), sadno}});
+        // Recorded from now on, not only after the collector's next start.
+        QWriteLocker guard(&dirLock);
+        watchedDirs.insert(dir + QLatin1Char('/'), sadno);
+    }
+    if (added.isEmpty())
+        return answer(retObject, err);
+    answer(retObject, {{QStringLiteral("dirs"), added}});
 }
 
-void SmbAuditRouter::smbaudit_dir_remove(GX2RpcPacket* retObject, GX2RpcPacket)
+void SmbAuditRouter::smbaudit_dir_remove(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    QReadLocker locker(&dbLock);
+    if (!db.isOpen())
+        return answer(retObject, kErrNotOpen);
+    const QList<int> sadnos =
+        jarrayToInts(paramsOf(cmdObject).value(QStringLiteral("sadnos")).toArray());
+    if (sadnos.isEmpty())
+        return answer(retObject, kErrBadParam);
+    QJsonArray removed;
+    for (const int sadno : sadnos) {
+        if (runSql(db, "smbaudit_dir_remove", {{QStringLiteral("sadno"), sadno}}).changes < 1)
+            continue;
+        removed.append(sadno);
+        QWriteLocker guard(&dirLock);
+        for (const QString& dir : watchedDirs.keys(sadno))
+            watchedDirs.remove(dir);
+    }
+    if (removed.isEmpty())
+        return answer(retObject, kErrNothing);
+    // The records of the removed directories may be many; the answer need not wait.
+    db.callDetach(QStringLiteral("smbaudit_log_clean"), {});
+    answer(retObject, {{QStringLiteral("records"), removed}});
 }
 
-void SmbAuditRouter::smbaudit_dir_erase(GX2RpcPacket* retObject, GX2RpcPacket)
+void SmbAuditRouter::smbaudit_dir_erase(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    QReadLocker locker(&dbLock);
+    if (!db.isOpen())
+        return answer(retObject, kErrNotOpen);
+    const QList<int> sadnos =
+        jarrayToInts(paramsOf(cmdObject).value(QStringLiteral("sadnos")).toArray());
+    if (sadnos.isEmpty())
+        return answer(retObject, kErrBadParam);
+    for (const int sadno : sadnos)
+        if (sadno > 0 && !runSql(db, "smbaudit_log_erase", {{QStringLiteral("sadno"), sadno}}).ok)
+            return answer(retObject, kErrStatement);
+    answer(retObject, kErrOk);
 }
 
-void SmbAuditRouter::smbaudit_log_loadby(GX2RpcPacket* retObject, GX2RpcPacket)
+void SmbAuditRouter::smbaudit_log_loadby(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    QReadLocker locker(&dbLock);
+    if (!db.isOpen())
+        return answer(retObject, kErrNotOpen);
+    const QJsonObject params = paramsOf(cmdObject);
+    const int page = qMax(1, toInt(params.value(QStringLiteral("page"))));
+    const int given = toInt(params.value(QStringLiteral("ofpage")));
+    const int ofpage = given < 1 ? 10 : given;
+    const QJsonObject query{{QStringLiteral("sadno"), toInt(params.value(QStringLiteral("sadno")))},
+                            {QStringLiteral("page"), page},
+                            {QStringLiteral("ofpage"), ofpage}};
+    const Outcome count = runSql(db, "smbaudit_log_count", query);
+    // at() is Undefined past the end, which reads as 0.
+    const int reccount = toInt(count.rows.at(0).toObject().value(QStringLiteral("rec_count")));
+    retObject->insert(QStringLiteral("reccount"), reccount);
+    retObject->insert(QStringLiteral("page"), page);
+    retObject->insert(QStringLiteral("ofpage"), ofpage);
+    answer(retObject, kErrOk);
+    if (count.ok && reccount < 1)
+        return;
+    const Outcome rows = count.ok ? runSql(db, "smbaudit_log_loadby", query) : Outcome();
+    if (!rows.ok) {
+        retObject->insert(QStringLiteral("errmsg"), db.lastError());
+        return answer(retObject, kErrStatement);
+    }
+    QJsonArray records;
+    for (const QJsonValue& row : rows.rows)
+        records.append(logByFields(row.toObject()));
+    answer(retObject, {{QStringLiteral("records"), records}});
 }
 
-void SmbAuditRouter::smbaudit_log_remove(GX2RpcPacket* retObject, GX2RpcPacket)
+void SmbAuditRouter::smbaudit_log_remove(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    QReadLocker locker(&dbLock);
+    if (!db.isOpen())
+        return answer(retObject, kErrNotOpen);
+    const QList<int> audnos =
+        jarrayToInts(paramsOf(cmdObject).value(QStringLiteral("audnos")).toArray());
+    if (audnos.isEmpty())
+        return answer(retObject, kErrBadParam);
+    QJsonArray removed;
+    for (const int audno : audnos)
+        if (runSql(db, "smbaudit_log_remove", {{QStringLiteral("audno"), audno}}).changes > 0)
+            removed.append(audno);
+    if (removed.isEmpty())
+        return answer(retObject, kErrNothing);
+    answer(retObject, {{QStringLiteral("records"), removed}});
 }
 
 void SmbAuditRouter::smbaudit_log_export(GX2RpcPacket* retObject, GX2RpcPacket)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    QReadLocker locker(&dbLock); // only for the copy: a move rewrites the path under it
+    const QString file = m_storageFile;
+    locker.unlock();
+    if (!QFileInfo::exists(file))
+        return answer(retObject, kErrNothing);
+    const QString link = sysPath(QString::fromLatin1(kSharesDir)) + QStringLiteral("smbaudit.db");
+    procRun(QStringLiteral("rm"), {QStringLiteral("-rf"), link}, kToolMs, kToolMs);
+    linkAt(file, link);
+    answer(retObject, {{QStringLiteral("path"), QStringLiteral("/shares/smbaudit.db")}});
 }
 
-void SmbAuditRouter::smbaudit_log_saveas(GX2RpcPacket* retObject, GX2RpcPacket)
+void SmbAuditRouter::smbaudit_log_saveas(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    retObject->insert(QStringLiteral("err"), 9999);
+    const QJsonObject params = paramsOf(cmdObject);
+    QReadLocker locker(&dbLock);
+    if (!db.isOpen())
+        return answer(retObject, kErrNotOpen);
+    const Outcome all =
+        runSql(db, "smbaudit_log_export",
+               {{QStringLiteral("sadno"), toInt(params.value(QStringLiteral("sadno")))}});
+    locker.unlock(); // writing and linking the file run tools
+    if (!all.ok)
+        return answer(retObject, kErrStatement);
+    const bool chinese = smbauditIsChinese(toString(params.value(QStringLiteral("language"))));
+    const QString name = smbauditCsvName(QDateTime::currentDateTime());
+    const QString file = sysPath(QStringLiteral("/tmp/")) + name;
+    QJsonArray records;
+    for (const QJsonValue& row : all.rows)
+        records.append(logByFields(row.toObject()));
+    if (!writeFile(file, smbauditCsv(records, chinese)))
+        return answer(retObject, kErrWriteFailed);
+    linkAt(file, sysPath(QString::fromLatin1(kSharesDir)) + name);
+    answer(retObject, {{QStringLiteral("path"), QStringLiteral("/shares/") + name}});
 }
 
-QJsonObject SmbAuditRouter::logByFields(const QJsonObject&) const
+QJsonObject SmbAuditRouter::logByFields(const QJsonObject& row) const
 {
-    return {};
+    static const std::pair<const char*, const char*> kColumns[] = {
+        {"aud_no", "audno"},          {"sad_no", "sadno"},        {"aud_datetime", "datetime"},
+        {"aud_filepath", "filepath"}, {"aud_user", "user"},       {"aud_group", "group"},
+        {"aud_ipaddr", "ipaddr"},     {"aud_machine", "machine"}, {"aud_sharename", "sharename"},
+        {"aud_action", "action"},     {"aud_explain", "explain"}};
+    QJsonObject record;
+    for (const auto& [column, key] : kColumns)
+        record.insert(QLatin1String(key), row.value(QLatin1String(column)));
+    return record;
 }

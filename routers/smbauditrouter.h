@@ -4,6 +4,7 @@
 #include "gx2/gx2lfqueue.h"
 #include "gx2/gx2todorouter.h"
 
+#include <QDate>
 #include <QHash>
 #include <QJsonObject>
 #include <QReadWriteLock>
@@ -63,6 +64,20 @@ private slots:
 
 private:
     Q_DISABLE_COPY(SmbAuditRouter)
+
+    static QString defaultStorageFile();
+    // The collector and its gate.
+    void loadConfig();
+    bool openStore();
+    void loadWatchedDirs();
+    void moveStore();
+    void reopenStore();
+    void drain();
+    void appendBatch();
+    void retain(QDate& lastRetention);
+    void waitAtGate();
+    void pause(int ms);
+    void wakeCollector();
 
     QString m_storageFile;
     QString m_pendingFile;

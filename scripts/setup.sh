@@ -9,6 +9,7 @@ packages=(
     libgtest-dev libgmock-dev
     clang libclang-rt-14-dev
     sudo
+    rsyslog samba samba-vfs-modules smbclient
 )
 
 missing=()

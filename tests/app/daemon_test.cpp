@@ -34,6 +34,13 @@ fi
 exec "$@"
 )";
 
+// Substitute systemctl: the daemon restarts rsyslog after pointing it at the
+// audit collector; the machine's own rsyslog must not be touched.
+const char kSystemctl[] = R"(#!/bin/sh
+echo "$*" >> "$(dirname "$0")/systemctl.log"
+exit 0
+)";
+
 bool waitUntil(const std::function<bool()>& condition, int limitMs)
 {
     QElapsedTimer timer;
@@ -63,10 +70,13 @@ protected:
         ASSERT_TRUE(base.isValid());
         for (const char* d : {"root", "tmp", "tools"})
             ASSERT_TRUE(QDir(base.path()).mkpath(QString::fromLatin1(d)));
-        QFile sudo(path("tools/sudo"));
-        ASSERT_TRUE(sudo.open(QIODevice::WriteOnly));
-        sudo.write(kSudo);
-        sudo.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        for (const auto& [name, script] :
+             {std::pair{"tools/sudo", kSudo}, std::pair{"tools/systemctl", kSystemctl}}) {
+            QFile tool(path(QString::fromLatin1(name)));
+            ASSERT_TRUE(tool.open(QIODevice::WriteOnly));
+            tool.write(script);
+            tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        }
     }
 
     void TearDown() override
@@ -155,6 +165,10 @@ TEST_F(DaemonTest, AnswersLogsAndEndsOnSigterm)
     EXPECT_TRUE(log.contains("nasbrolt shutdown (signal 15)")) << log.constData();
     // Housekeeping measured the root file system once at start.
     EXPECT_TRUE(file(QStringLiteral("tools/sudo.log")).contains("df\n"));
+    // rsyslog was pointed at the audit collector and restarted.
+    EXPECT_TRUE(file(QStringLiteral("root/etc/rsyslog.conf"))
+                    .endsWith("\nlocal7.* @localhost:7100;RSYSLOG_TimeFormat_For_ORVO6"));
+    EXPECT_EQ(file(QStringLiteral("tools/systemctl.log")), QByteArray("restart rsyslog\n"));
 }
 
 TEST_F(DaemonTest, IdentifierIsCreatedOnceAndKept)

@@ -27,3 +27,14 @@ datagram() {
 { le16 30; datagram '{"cmd":"x","err":0}' 'raw bytes'; } > datagram/attachment
 { le16 5; printf '\x00ka\x00'; datagram '[1,2]'; datagram '{"cmd":"after"}'; } > datagram/keepalive-array-packet
 { le16 16; datagram '{"cmd":"x"' ; } > datagram/bad-json
+
+# Audit lines as rsyslog forwards them.
+mkdir -p auditline
+audit() { printf '2024-05-01 10:00:00 nas smbd_audit:  alice|users|192.168.1.5|pc1|/srv/share|share|%s\n' "$1"; }
+audit 'unlinkat|ok|/srv/share/a/b.txt' > auditline/unlink
+audit 'renameat|ok|/srv/share/a/x|/srv/share/.recycle/a/x' > auditline/rename-recycle
+audit 'renameat|ok|/srv/share/a/x|/srv/share/b/x' > auditline/rename-move
+audit 'mkdirat|ok|/srv/share/a/new' > auditline/mkdir
+audit 'create_file|ok|0x120089|file|open|/srv/share/a/r.txt' > auditline/create-read
+audit 'create_file|ok|0x12019f|file|open_if|/srv/share/a/r.txt' > auditline/create-write
+audit 'unlinkat|ok|/srv/share/a/文件.txt' > auditline/utf8-name

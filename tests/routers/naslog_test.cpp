@@ -70,9 +70,9 @@ TEST_F(NasLogTest, FreshDatabaseIsCreatedOnFirstUse)
     int changes = 0;
     int lastId = 0;
     QJsonArray rows;
-    ASSERT_TRUE(db.exec(changes, lastId, rows,
-                        QStringLiteral("SELECT cfg_key, cfg_value FROM t_configure ORDER BY cfg_no"),
-                        {}));
+    ASSERT_TRUE(
+        db.exec(changes, lastId, rows,
+                QStringLiteral("SELECT cfg_key, cfg_value FROM t_configure ORDER BY cfg_no"), {}));
     EXPECT_EQ(field(rows, "cfg_key"),
               (QStringList{QStringLiteral("appid"), QStringLiteral("dbversion"),
                            QStringLiteral("createtime")}));
@@ -84,10 +84,12 @@ TEST_F(NasLogTest, LoadByKeepsItsFilterRules)
 {
     NASLog log;
     log.reloadPool(); // creates the database
-    insertAt(QStringLiteral("Information"), QStringLiteral("a"), QStringLiteral("2024-05-01 00:00:00"));
+    insertAt(QStringLiteral("Information"), QStringLiteral("a"),
+             QStringLiteral("2024-05-01 00:00:00"));
     insertAt(QStringLiteral("Warning"), QStringLiteral("b"), QStringLiteral("2024-05-01 23:59:59"));
     insertAt(QStringLiteral("Error"), QStringLiteral("c"), QStringLiteral("2024-05-02 00:00:00"));
-    insertAt(QStringLiteral("Information"), QStringLiteral("d"), QStringLiteral("2024-05-03 08:00:00"));
+    insertAt(QStringLiteral("Information"), QStringLiteral("d"),
+             QStringLiteral("2024-05-03 08:00:00"));
 
     const auto load = [&](bool info, bool warn, bool error, const QDate& from, const QDate& to,
                           int page, int ofPage) {
@@ -152,15 +154,19 @@ TEST_F(NasLogTest, TailAndPool)
 
     // The database's clock wins over a caller's time.
     const QDateTime lastYear = QDateTime::currentDateTime().addYears(-1);
-    EXPECT_EQ(log.add(QStringLiteral("Error"), QStringLiteral("u"), QString(), QStringLiteral("late"),
-                      QString(), QString(), lastYear, QString(), QString(), QString()),
+    EXPECT_EQ(log.add(QStringLiteral("Error"), QStringLiteral("u"), QString(),
+                      QStringLiteral("late"), QString(), QString(), lastYear, QString(), QString(),
+                      QString()),
               0);
     log.reloadPool();
     pool = log.logPool();
     EXPECT_EQ(pool.first().toObject().value(QStringLiteral("description")).toString(),
               QStringLiteral("late"));
-    EXPECT_TRUE(pool.first().toObject().value(QStringLiteral("timestamp")).toString().startsWith(
-        QString::number(QDate::currentDate().year())));
+    EXPECT_TRUE(pool.first()
+                    .toObject()
+                    .value(QStringLiteral("timestamp"))
+                    .toString()
+                    .startsWith(QString::number(QDate::currentDate().year())));
 
     EXPECT_EQ(log.removeAll(), 0);
     EXPECT_EQ(log.loadTail(tail, 5, true, true, true), 0);

@@ -1,0 +1,187 @@
+// The collector thread of SmbAuditRouter: stores the queued audit records in
+// batches, moves the database on request and applies the retention.
+
+#include "routers/smbauditrouter.h"
+
+#include "gx2/gx2logger.h"
+#include "lnx2/lnx2process.h"
+
+#include <QElapsedTimer>
+#include <QJsonArray>
+
+namespace {
+
+const char kEngineScript[] = ":/res/smbaudit_engine.sql";
+
+// Within a cycle the collector naps; while a backlog waits it pauses between
+// batches (and between attempts to reopen a moved database).
+constexpr int kNapMs = 2000;
+constexpr int kBacklogPauseMs = 1000;
+constexpr int kBatchSize = 1000;
+constexpr int kBacklog = 100;
+constexpr int kReopenAttempts = 5;
+constexpr int kBusyWaitMs = 5000;
+// A move across file systems copies the whole database.
+constexpr int kMoveStartMs = 5000;
+constexpr int kMoveFinishMs = 600000;
+
+// Both scale with a shortened cycle; with the daemon's cycle they are the
+// constants above.
+int napMs(int cycleMs)
+{
+    return qMin(kNapMs, cycleMs * 2 / 3);
+}
+
+int backlogPauseMs(int cycleMs)
+{
+    return qMin(kBacklogPauseMs, cycleMs / 3);
+}
+
+} // namespace
+
+bool SmbAuditRouter::openStore()
+{
+    if (db.open(m_storageFile) && db.loadSqlEngine(QString::fromLatin1(kEngineScript), false)) {
+        // Another process reading the file holds a shared lock for a moment;
+        // without waiting, a commit fails and its batch stays uncommitted.
+        int changes = 0;
+        int lastId = 0;
+        db.exec(changes, lastId, QStringLiteral("PRAGMA busy_timeout = %1").arg(kBusyWaitMs),
+                QJsonObject());
+        return true;
+    }
+    db.close();
+    return false;
+}
+
+void SmbAuditRouter::loadWatchedDirs()
+{
+    int changes = 0;
+    int lastId = 0;
+    QJsonArray rows;
+    if (!db.call(changes, lastId, rows, QStringLiteral("smbaudit_dir_loadby"), QJsonObject()))
+        return;
+    QWriteLocker guard(&dirLock);
+    watchedDirs.clear();
+    for (const QJsonValue& row : qAsConst(rows)) {
+        const QJsonObject dir = dirByFields(row.toObject());
+        watchedDirs.insert(dir.value(QStringLiteral("dir")).toString() + QLatin1Char('/'),
+                           dir.value(QStringLiteral("sadno")).toInt());
+    }
+}
+
+void SmbAuditRouter::run()
+{
+    running = true;
+    QDate lastRetention = QDate::currentDate().addDays(-1);
+    bool opened = false;
+    {
+        // The commands read the database under this lock; the statement
+        // table must be in place before they do.
+        QWriteLocker guard(&dbLock);
+        opened = openStore();
+        if (opened)
+            loadWatchedDirs();
+    }
+    if (!opened) {
+        running = false;
+        return;
+    }
+    QElapsedTimer cycle;
+    cycle.start();
+    for (;;) {
+        waitAtGate();
+        if (stopRequested)
+            break;
+        if (moveRequested)
+            moveStore();
+        if (cycle.elapsed() < cycleMs) {
+            pause(napMs(cycleMs));
+            continue;
+        }
+        cycle.restart();
+        if (queueCount > 0)
+            drain();
+        else
+            retain(lastRetention);
+    }
+    {
+        QWriteLocker guard(&dbLock);
+        db.close();
+    }
+    running = false; // the last touch of this object: stop() may destroy it next
+}
+
+void SmbAuditRouter::moveStore()
+{
+    {
+        QWriteLocker guard(&dbLock);
+        db.close();
+        const LNX2ProcResult moved =
+            procRun(QStringLiteral("mv"), {QStringLiteral("-f"), m_storageFile, m_pendingFile},
+                    kMoveStartMs, kMoveFinishMs);
+        // A failed mv leaves the database closed until the next start.
+        if (moved.ok()) {
+            m_storageFile = m_pendingFile;
+            reopenStore();
+        }
+    }
+    moveRequested = false;
+}
+
+void SmbAuditRouter::reopenStore()
+{
+    for (int attempt = 1; attempt <= kReopenAttempts; ++attempt) {
+        if (openStore())
+            return;
+        m_storageFile = defaultStorageFile();
+        if (attempt < kReopenAttempts)
+            pause(backlogPauseMs(cycleMs));
+    }
+    stopRequested = true;
+}
+
+void SmbAuditRouter::drain()
+{
+    for (;;) {
+        // Never wait for the commands' readers: a small queue can wait a cycle.
+        if (!dbLock.tryLockForWrite()) {
+            if (queueCount <= kBacklog || stopRequested)
+                return;
+            pause(backlogPauseMs(cycleMs));
+            continue;
+        }
+        appendBatch();
+        dbLock.unlock();
+        if (queueCount <= kBacklog)
+            return;
+        pause(backlogPauseMs(cycleMs));
+    }
+}
+
+void SmbAuditRouter::appendBatch()
+{
+    int changes = 0;
+    int lastId = 0;
+    QJsonObject record;
+    db.transactionBegin();
+    for (int n = 0; n < kBatchSize && queue.dequeue(record); ++n) {
+        --queueCount;
+        db.call(changes, lastId, QStringLiteral("smbaudit_log_append"), record);
+    }
+    if (!db.transactionCommit())
+        GX2LOG_WARN(QStringLiteral("audit batch not committed: ") + db.lastError());
+}
+
+void SmbAuditRouter::retain(QDate& lastRetention)
+{
+    const int days = m_savedays;
+    const QDate today = QDate::currentDate();
+    if (days < 1 || lastRetention == today)
+        return;
+    lastRetention = today;
+    const QString limit = today.addDays(-days).toString(QStringLiteral("yyyy-MM-dd"));
+    QWriteLocker guard(&dbLock);
+    db.callDetach(QStringLiteral("smbaudit_log_limitdate"),
+                  QJsonObject{{QStringLiteral("limitdate"), limit}});
+}
