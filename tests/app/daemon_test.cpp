@@ -1,9 +1,9 @@
 // The real nasbrolt binary in a temporary root, driven through nasbroltctl.
 
 #include "lnx2/lnx2process.h"
+#include "tests/support/processes.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -11,56 +11,14 @@
 #include <QJsonObject>
 #include <QLocalSocket>
 #include <QTemporaryDir>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <functional>
 
 namespace {
 
 const QString kSocket = QStringLiteral("QUILLO_BROLT_TELMAR_ORVO");
-
-// Substitute sudo: logs its arguments, answers "df" with a calm root file
-// system and runs everything else itself (the test runs as root).
-const char kSudo[] = R"(#!/bin/sh
-echo "$*" >> "$(dirname "$0")/sudo.log"
-if [ "$1" = df ]; then
-    echo "Filesystem     1K-blocks    Used Available Use% Mounted on"
-    echo "/dev/vda1       10000000 5000000   5000000  50% /"
-    exit 0
-fi
-exec "$@"
-)";
-
-// Substitute systemctl: the daemon restarts rsyslog after pointing it at the
-// audit collector; the machine's own rsyslog must not be touched.
-const char kSystemctl[] = R"(#!/bin/sh
-echo "$*" >> "$(dirname "$0")/systemctl.log"
-exit 0
-)";
-
-bool waitUntil(const std::function<bool()>& condition, int limitMs)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > limitMs)
-            return false;
-        QThread::msleep(20);
-    }
-    return true;
-}
-
-bool processGone(qint64 pid)
-{
-    if (::kill(pid_t(pid), 0) != 0)
-        return true;
-    // A zombie waiting for a parent that does not reap counts as gone.
-    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
-    return stat.open(QIODevice::ReadOnly) && stat.readAll().contains(") Z ");
-}
 
 class DaemonTest : public ::testing::Test
 {
@@ -70,13 +28,7 @@ protected:
         ASSERT_TRUE(base.isValid());
         for (const char* d : {"root", "tmp", "tools"})
             ASSERT_TRUE(QDir(base.path()).mkpath(QString::fromLatin1(d)));
-        for (const auto& [name, script] :
-             {std::pair{"tools/sudo", kSudo}, std::pair{"tools/systemctl", kSystemctl}}) {
-            QFile tool(path(QString::fromLatin1(name)));
-            ASSERT_TRUE(tool.open(QIODevice::WriteOnly));
-            tool.write(script);
-            tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        }
+        ASSERT_TRUE(writeSubstituteTools(path(QStringLiteral("tools"))));
     }
 
     void TearDown() override
@@ -133,11 +85,7 @@ protected:
         return procRun(daemonRequest(QStringLiteral(NASBROLT_BUILD_DIR "/nasbroltctl"), args));
     }
 
-    QByteArray file(const QString& relative) const
-    {
-        QFile f(path(relative));
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
+    QByteArray file(const QString& relative) const { return readFile(path(relative)); }
 
     QTemporaryDir base;
     qint64 pid = 0;

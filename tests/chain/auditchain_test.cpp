@@ -4,9 +4,9 @@
 // nasbrolt stores the records and nasbroltctl reads them back.
 
 #include "lnx2/lnx2process.h"
+#include "tests/support/processes.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QHostAddress>
 #include <QJsonArray>
@@ -18,7 +18,6 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
-#include <QThread>
 #include <QUdpSocket>
 
 #include <gtest/gtest.h>
@@ -26,7 +25,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <functional>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -38,51 +36,9 @@ const char kDevLog[] = "/dev/log";
 // A fixed name, so that the next run can repair what a killed run left.
 const char kDevLogAside[] = "/dev/log.nasbrolt-chain";
 
-// Logs; answers df with a calm root file system so that housekeeping leaves
-// the machine alone; runs the rest through the substitutes beside it, so that
-// "systemctl restart rsyslog" never reaches the machine's logger.
-const char kSudo[] = R"sh(#!/bin/sh
-d="$(dirname "$0")"
-echo "$*" >> "$d/sudo.log"
-if [ "$1" = df ]; then
-    echo "Filesystem     1K-blocks    Used Available Use% Mounted on"
-    echo "/dev/vda1       10000000 5000000   5000000  50% /"
-    exit 0
-fi
-if [ -x "$d/$(basename "$1")" ]; then
-    p="$d/$(basename "$1")"; shift; exec "$p" "$@"
-fi
-exec "$@"
-)sh";
 // The machine's own input section of rsyslog.conf.
 const char kInput[] = "module(load=\"imuxsock\" SysSock.Name=\"/dev/log\" "
                       "SysSock.RateLimit.Interval=\"0\")";
-const char kSystemctl[] = "#!/bin/sh\necho \"$*\" >> \"$(dirname \"$0\")/systemctl.log\"\n";
-
-bool waitUntil(const std::function<bool()>& condition, int limitMs, int stepMs = 20)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > limitMs)
-            return false;
-        QThread::msleep(stepMs);
-    }
-    return true;
-}
-
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-bool processGone(qint64 pid)
-{
-    // A zombie nobody reaps counts as gone.
-    return ::kill(pid_t(pid), 0) != 0 ||
-           readFile(QStringLiteral("/proc/%1/stat").arg(pid)).contains(") Z ");
-}
 
 bool exists(const char* path)
 {
@@ -100,28 +56,6 @@ bool devLogLive()
     ::close(fd);
     return live;
 }
-
-// A process this test started, ended by its PID: SIGTERM, then SIGKILL.
-struct Started
-{
-    ~Started() { stop(); }
-    // True when SIGTERM alone ended it in time.
-    bool stop()
-    {
-        if (pid <= 0)
-            return true;
-        ::kill(pid_t(pid), SIGTERM);
-        const qint64 p = pid;
-        const bool calm = waitUntil([p] { return processGone(p); }, 10000);
-        if (!calm) {
-            ::kill(pid_t(pid), SIGKILL);
-            waitUntil([p] { return processGone(p); }, 5000);
-        }
-        pid = 0;
-        return calm;
-    }
-    qint64 pid = 0;
-};
 
 // glibc's syslog() writes to /dev/log and nowhere else, so the test's
 // rsyslogd must own it for the run. A /dev/log that was there (the machine's
@@ -187,13 +121,11 @@ class AuditChainTest : public ::testing::Test
 protected:
     QString path(const QString& relative) const { return base.filePath(relative); }
 
-    void write(const QString& relative, const QByteArray& text, bool executable = false)
+    void write(const QString& relative, const QByteArray& text)
     {
         QFile f(path(relative));
         ASSERT_TRUE(f.open(QIODevice::WriteOnly)) << relative.toStdString();
         f.write(text);
-        if (executable)
-            f.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 
     LNX2ProcRequest request(const QString& program, const QStringList& args) const
@@ -244,7 +176,7 @@ protected:
     QTemporaryDir base;
     DevLogTakeover devLog;
     // Declared after devLog: they end before /dev/log is given back.
-    Started daemon, rsyslogd, smbd;
+    StartedProcess daemon, rsyslogd, smbd;
     quint16 smbPort = 0;
 };
 
@@ -274,8 +206,7 @@ void AuditChainTest::prepare()
                           "share/watched", "samba/lock", "samba/state", "samba/cache", "samba/pid",
                           "samba/private", "samba/ncalrpc"})
         ASSERT_TRUE(QDir(base.path()).mkpath(QLatin1String(d)));
-    write(QStringLiteral("tools/sudo"), kSudo, true);
-    write(QStringLiteral("tools/systemctl"), kSystemctl, true);
+    ASSERT_TRUE(writeSubstituteTools(path(QStringLiteral("tools"))));
     write(QStringLiteral("src.txt"), "hello\n");
     // The machine's own part of rsyslog.conf; nasbrolt adds the forwarding.
     write(QStringLiteral("root/etc/rsyslog.conf"), "global(workDirectory=\"" +

@@ -1,0 +1,80 @@
+#include "tests/support/processes.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QThread>
+
+#include <csignal>
+
+namespace {
+
+const char kSudo[] = R"sh(#!/bin/sh
+d="$(dirname "$0")"
+echo "$*" >> "$d/sudo.log"
+if [ "$1" = df ]; then
+    echo "Filesystem     1K-blocks    Used Available Use% Mounted on"
+    echo "/dev/vda1       10000000 5000000   5000000  50% /"
+    exit 0
+fi
+if [ -x "$d/$(basename "$1")" ]; then
+    p="$d/$(basename "$1")"; shift; exec "$p" "$@"
+fi
+exec "$@"
+)sh";
+
+const char kSystemctl[] = "#!/bin/sh\necho \"$*\" >> \"$(dirname \"$0\")/systemctl.log\"\n";
+
+bool writeTool(const QString& path, const char* script)
+{
+    QFile tool(path);
+    if (!tool.open(QIODevice::WriteOnly))
+        return false;
+    tool.write(script);
+    return tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+} // namespace
+
+bool waitUntil(const std::function<bool()>& condition, int limitMs, int stepMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > limitMs)
+            return false;
+        QThread::msleep(stepMs);
+    }
+    return true;
+}
+
+QByteArray readFile(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+bool processGone(qint64 pid)
+{
+    return ::kill(pid_t(pid), 0) != 0 ||
+           readFile(QStringLiteral("/proc/%1/stat").arg(pid)).contains(") Z ");
+}
+
+bool StartedProcess::stop()
+{
+    if (pid <= 0)
+        return true;
+    const qint64 p = pid;
+    pid = 0;
+    ::kill(pid_t(p), SIGTERM);
+    if (waitUntil([p] { return processGone(p); }, 10000))
+        return true;
+    ::kill(pid_t(p), SIGKILL);
+    waitUntil([p] { return processGone(p); }, 5000);
+    return false;
+}
+
+bool writeSubstituteTools(const QString& dir)
+{
+    return writeTool(dir + QStringLiteral("/sudo"), kSudo) &&
+           writeTool(dir + QStringLiteral("/systemctl"), kSystemctl);
+}
