@@ -53,8 +53,8 @@ struct Options
     int rate = 10000;
     int seconds = 20;
     int burst = 200000;
-    int settle = 10;   // seconds without growth that end the wait
-    int waitMax = 0;   // 0: derived from the count
+    int settle = 10; // seconds without growth that end the wait
+    int waitMax = 0; // 0: derived from the count
     int portWait = 600;
     bool keep = false;
     QString daemon;
@@ -233,7 +233,10 @@ public:
     explicit Daemon(const QString& base) : base(base) {}
     ~Daemon() { stop(); }
 
-    QString path(const char* relative) const { return base + QLatin1Char('/') + QLatin1String(relative); }
+    QString path(const char* relative) const
+    {
+        return base + QLatin1Char('/') + QLatin1String(relative);
+    }
 
     bool start(const QString& program)
     {
@@ -346,8 +349,7 @@ public:
     {
         const QByteArray line = datagram(n);
         if (::sendto(fd, line.constData(), size_t(line.size()), 0,
-                     reinterpret_cast<const sockaddr*>(&to), sizeof to)
-            == line.size())
+                     reinterpret_cast<const sockaddr*>(&to), sizeof to) == line.size())
             return true;
         ++errors;
         return false;
@@ -387,8 +389,8 @@ private:
             op = "renameat|ok|" + file + '|' + watched + "/g" + QByteArray::number(n) + ".txt";
             break;
         case 18:
-            op = "renameat|ok|" + file + '|' + share + "/.recycle/f" + QByteArray::number(n)
-                 + ".txt";
+            op = "renameat|ok|" + file + '|' + share + "/.recycle/f" + QByteArray::number(n) +
+                 ".txt";
             break;
         case 19:
             op = "unlinkat|ok|" + file;
@@ -396,8 +398,8 @@ private:
         default:
             op = "create_file|ok|0x120089|file|open|" + file;
         }
-        return stamp + " nas smbd_audit:  alice|users|192.168.1.5|pc1|" + share + "|share|" + op
-               + '\n';
+        return stamp + " nas smbd_audit:  alice|users|192.168.1.5|pc1|" + share + "|share|" + op +
+               '\n';
     }
 
     int fd = -1;
@@ -440,8 +442,8 @@ qint64 reccount(Daemon& d)
     return qint64(answer.value(QStringLiteral("reccount")).toDouble(-1));
 }
 
-void runPhase(const char* title, Daemon& d, Sender& s, const Options& o, qint64 count,
-              int rate, qint64& nextN)
+void runPhase(const char* title, Daemon& d, Sender& s, const Options& o, qint64 count, int rate,
+              qint64& nextN)
 {
     std::printf("\n== %s ==\n", title);
     const qint64 storedBefore = qMax<qint64>(0, reccount(d));
@@ -527,9 +529,9 @@ void runPhase(const char* title, Daemon& d, Sender& s, const Options& o, qint64 
                 sent > 0 ? 100.0 * double(lost) / double(sent) : 0.0);
     if (got > 0 || complete)
         std::printf("time to store    %.1f s after the last datagram (%s)\n", storeSecs,
-                    complete ? "everything stored"
-                             : interrupted ? "interrupted"
-                                           : "until the count stopped growing or the wait limit");
+                    complete      ? "everything stored"
+                    : interrupted ? "interrupted"
+                                  : "until the count stopped growing or the wait limit");
     else
         std::printf("time to store    n/a (nothing stored)\n");
     std::printf("store rate       %lld stored while sending, then %.0f records/s\n",
@@ -570,8 +572,7 @@ int main(int argc, char** argv)
     portTimer.start();
     while (portState(kPort).sockets > 0) {
         if (interrupted || portTimer.elapsed() > qint64(o.portWait) * 1000) {
-            std::fprintf(stderr, "audit_ingest_bench: UDP port %u stays in use\n",
-                         unsigned(kPort));
+            std::fprintf(stderr, "audit_ingest_bench: UDP port %u stays in use\n", unsigned(kPort));
             return 1;
         }
         std::printf("UDP port %u in use, waiting...\n", unsigned(kPort));
@@ -589,9 +590,10 @@ int main(int argc, char** argv)
     for (const char* d : {"root/etc", "tmp", "tools"})
         made = made && QDir(base.path()).mkpath(QString::fromLatin1(d));
     // The directory exists as given and also below the private root.
-    made = made && QDir().mkpath(watched) && QDir().mkpath(base.filePath(QStringLiteral("root")) + watched);
-    made = made && writeScript(base.filePath(QStringLiteral("tools/sudo")), kSudo)
-           && writeScript(base.filePath(QStringLiteral("tools/systemctl")), kSystemctl);
+    made = made && QDir().mkpath(watched) &&
+           QDir().mkpath(base.filePath(QStringLiteral("root")) + watched);
+    made = made && writeScript(base.filePath(QStringLiteral("tools/sudo")), kSudo) &&
+           writeScript(base.filePath(QStringLiteral("tools/systemctl")), kSystemctl);
     if (!made) {
         std::fprintf(stderr, "audit_ingest_bench: cannot prepare %s\n", qPrintable(base.path()));
         return 1;
@@ -606,13 +608,14 @@ int main(int argc, char** argv)
         }
         std::printf("audit ingest benchmark: daemon pid %lld, root %s\n", daemon.pid,
                     qPrintable(base.path()));
-        std::printf("rmem_default %s bytes, %d CPUs\n",
-                    [] {
-                        QFile f(QStringLiteral("/proc/sys/net/core/rmem_default"));
-                        return f.open(QIODevice::ReadOnly) ? f.readAll().trimmed() : QByteArray("?");
-                    }()
-                        .constData(),
-                    QThread::idealThreadCount());
+        std::printf(
+            "rmem_default %s bytes, %d CPUs\n",
+            [] {
+                QFile f(QStringLiteral("/proc/sys/net/core/rmem_default"));
+                return f.open(QIODevice::ReadOnly) ? f.readAll().trimmed() : QByteArray("?");
+            }()
+                .constData(),
+            QThread::idealThreadCount());
 
         // The collector binds the port during start-up.
         QElapsedTimer bindTimer;
@@ -622,9 +625,8 @@ int main(int argc, char** argv)
         std::printf("collector port %u %s\n", unsigned(kPort),
                     portState(kPort).sockets > 0 ? "bound" : "NOT bound (datagrams will be lost)");
 
-        const GX2RpcPacket added = daemon.request(
-            QStringLiteral("smbaudit_dir_append"),
-            {{QStringLiteral("dirs"), QJsonArray{watched}}});
+        const GX2RpcPacket added = daemon.request(QStringLiteral("smbaudit_dir_append"),
+                                                  {{QStringLiteral("dirs"), QJsonArray{watched}}});
         const int err = added.isEmpty() ? -1 : added.value(QStringLiteral("err")).toInt(-1);
         std::printf("watched directory %s: err %d%s\n", qPrintable(watched), err,
                     err == 0 ? "" : " (records will not be kept)");
@@ -639,12 +641,10 @@ int main(int argc, char** argv)
         } else {
             qint64 n = 0;
             if (o.rate > 0 && o.seconds > 0 && !interrupted) {
-                const QByteArray title = QStringLiteral("paced: %1/s for %2 s")
-                                             .arg(o.rate)
-                                             .arg(o.seconds)
-                                             .toLatin1();
-                runPhase(title.constData(), daemon, sender, o, qint64(o.rate) * o.seconds,
-                         o.rate, n);
+                const QByteArray title =
+                    QStringLiteral("paced: %1/s for %2 s").arg(o.rate).arg(o.seconds).toLatin1();
+                runPhase(title.constData(), daemon, sender, o, qint64(o.rate) * o.seconds, o.rate,
+                         n);
             }
             if (o.burst > 0 && !interrupted) {
                 const QByteArray title =

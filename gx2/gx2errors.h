@@ -3,6 +3,8 @@
 // Result codes shared across the RPC contract. 0 is success everywhere.
 constexpr int kErrOk = 0;
 constexpr int kErrUnknownCommand = 9972;
+constexpr int kErrDatabase =
+    9975; // database not opened, statements not loaded, or a statement failed
 constexpr int kErrWriteFailed = 9990;
 constexpr int kErrBusy = 9992;
 constexpr int kErrExists = 9993;

@@ -1,5 +1,6 @@
 #include "routers/naslog.h"
 
+#include "gx2/gx2errors.h"
 #include "gx2/gx2syspath.h"
 #include "res/resources.h"
 #include "routers/naslogprivate.h"
@@ -8,8 +9,7 @@
 
 namespace {
 
-constexpr int kErrDatabase = 9975;
-constexpr int kErrNoChange = 9999;
+constexpr int kErrNoChange = kErrFailed;
 constexpr int kNoLimit = 99999999;
 
 const char kDatabasePath[] = "/var/lib/orvolog/orvolog.db";

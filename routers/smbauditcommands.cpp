@@ -16,7 +16,6 @@ namespace {
 
 constexpr int kErrNotRunning = 9905; // configuration saved, collector stopped
 constexpr int kErrNotOpen = 9908;
-constexpr int kErrStatement = 9975;
 // rm and ln on one path return at once; the limit only guards a hung tool.
 constexpr int kToolMs = 5000;
 const char kConfigFile[] = "/orvo/etc/samba/smbaudit.json";
@@ -26,6 +25,12 @@ const char kSharesDir[] = "/orvo/shares/";
 QJsonObject paramsOf(const GX2RpcPacket& cmdObject)
 {
     return cmdObject.value(QStringLiteral("params")).toObject();
+}
+
+// The record or directory numbers a command names under key.
+QList<int> numbersOf(const GX2RpcPacket& cmdObject, const char* key)
+{
+    return jarrayToInts(paramsOf(cmdObject).value(QLatin1String(key)).toArray());
 }
 
 void answer(GX2RpcPacket* retObject, int err)
@@ -61,7 +66,7 @@ int appendDir(GX2DBSqlite& db, const QString& dir, int& sadno)
     const QJsonObject params{{QStringLiteral("dir"), dir}};
     const Outcome found = runSql(db, "smbaudit_dir_exists", params);
     if (!found.ok)
-        return kErrStatement;
+        return kErrDatabase;
     if (!found.rows.isEmpty())
         return kErrExists;
     const Outcome added = runSql(db, "smbaudit_dir_append", params);
@@ -124,7 +129,7 @@ void SmbAuditRouter::smbaudit_dir_loadby(GX2RpcPacket* retObject, GX2RpcPacket)
         return answer(retObject, kErrNotOpen);
     const Outcome dirs = runSql(db, "smbaudit_dir_loadby", {});
     if (!dirs.ok)
-        return answer(retObject, kErrStatement);
+        return answer(retObject, kErrDatabase);
     QJsonArray records;
     for (const QJsonValue& row : dirs.rows)
         records.append(dirByFields(row.toObject()));
@@ -162,8 +167,7 @@ void SmbAuditRouter::smbaudit_dir_remove(GX2RpcPacket* retObject, GX2RpcPacket c
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
         return answer(retObject, kErrNotOpen);
-    const QList<int> sadnos =
-        jarrayToInts(paramsOf(cmdObject).value(QStringLiteral("sadnos")).toArray());
+    const QList<int> sadnos = numbersOf(cmdObject, "sadnos");
     if (sadnos.isEmpty())
         return answer(retObject, kErrBadParam);
     QJsonArray removed;
@@ -187,13 +191,12 @@ void SmbAuditRouter::smbaudit_dir_erase(GX2RpcPacket* retObject, GX2RpcPacket cm
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
         return answer(retObject, kErrNotOpen);
-    const QList<int> sadnos =
-        jarrayToInts(paramsOf(cmdObject).value(QStringLiteral("sadnos")).toArray());
+    const QList<int> sadnos = numbersOf(cmdObject, "sadnos");
     if (sadnos.isEmpty())
         return answer(retObject, kErrBadParam);
     for (const int sadno : sadnos)
         if (sadno > 0 && !runSql(db, "smbaudit_log_erase", {{QStringLiteral("sadno"), sadno}}).ok)
-            return answer(retObject, kErrStatement);
+            return answer(retObject, kErrDatabase);
     answer(retObject, kErrOk);
 }
 
@@ -221,7 +224,7 @@ void SmbAuditRouter::smbaudit_log_loadby(GX2RpcPacket* retObject, GX2RpcPacket c
     const Outcome rows = count.ok ? runSql(db, "smbaudit_log_loadby", query) : Outcome();
     if (!rows.ok) {
         retObject->insert(QStringLiteral("errmsg"), db.lastError());
-        return answer(retObject, kErrStatement);
+        return answer(retObject, kErrDatabase);
     }
     QJsonArray records;
     for (const QJsonValue& row : rows.rows)
@@ -234,8 +237,7 @@ void SmbAuditRouter::smbaudit_log_remove(GX2RpcPacket* retObject, GX2RpcPacket c
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
         return answer(retObject, kErrNotOpen);
-    const QList<int> audnos =
-        jarrayToInts(paramsOf(cmdObject).value(QStringLiteral("audnos")).toArray());
+    const QList<int> audnos = numbersOf(cmdObject, "audnos");
     if (audnos.isEmpty())
         return answer(retObject, kErrBadParam);
     QJsonArray removed;
@@ -271,7 +273,7 @@ void SmbAuditRouter::smbaudit_log_saveas(GX2RpcPacket* retObject, GX2RpcPacket c
                {{QStringLiteral("sadno"), toInt(params.value(QStringLiteral("sadno")))}});
     locker.unlock(); // writing and linking the file run tools
     if (!all.ok)
-        return answer(retObject, kErrStatement);
+        return answer(retObject, kErrDatabase);
     const bool chinese = smbauditIsChinese(toString(params.value(QStringLiteral("language"))));
     const QString name = smbauditCsvName(QDateTime::currentDateTime());
     const QString file = sysPath(QStringLiteral("/tmp/")) + name;

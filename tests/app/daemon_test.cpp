@@ -9,7 +9,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocalSocket>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -43,34 +42,14 @@ protected:
 
     LNX2ProcRequest daemonRequest(const QString& program, const QStringList& args) const
     {
-        LNX2ProcRequest r;
-        r.program = program;
-        r.arguments = args;
-        r.envRule = LNX2EnvRule::Set;
-        r.env = {{QStringLiteral("NASBROLT_ROOT"), path(QStringLiteral("root"))},
-                 {QStringLiteral("TMPDIR"), path(QStringLiteral("tmp"))},
-                 {QStringLiteral("NASBROLT_TOOLS"), path(QStringLiteral("tools"))}};
-        r.startMs = 5000;
-        r.finishMs = 30000;
-        return r;
+        return sandboxRequest(base.path(), program, args);
     }
 
     void startDaemon()
     {
-        LNX2ProcRequest r = daemonRequest(QStringLiteral(NASBROLT_BUILD_DIR "/nasbrolt"), {});
-        r.mode = LNX2ProcMode::Detached;
-        const LNX2ProcResult started = procRun(r);
-        ASSERT_TRUE(started.started);
-        pid = started.pid;
-        const QString socketPath = path(QStringLiteral("tmp/")) + kSocket;
-        ASSERT_TRUE(waitUntil(
-            [&] {
-                QLocalSocket probe;
-                probe.connectToServer(socketPath);
-                return probe.waitForConnected(100);
-            },
-            20000))
-            << "the daemon did not start listening";
+        pid = startSandboxDaemon(base.path());
+        ASSERT_GT(pid, 0);
+        ASSERT_TRUE(sandboxListening(base.path(), 20000)) << "the daemon did not start listening";
     }
 
     void stopDaemon()
@@ -146,11 +125,8 @@ TEST_F(DaemonTest, ListenFailureIsLoggedAndTheProcessStillStops)
     // counts as a start, so the daemon runs on without a socket.
     const QString blocked = path(QStringLiteral("tmp/")) + kSocket;
     ASSERT_TRUE(QDir().mkpath(blocked + QStringLiteral("/keep")));
-    LNX2ProcRequest r = daemonRequest(QStringLiteral(NASBROLT_BUILD_DIR "/nasbrolt"), {});
-    r.mode = LNX2ProcMode::Detached;
-    const LNX2ProcResult started = procRun(r);
-    ASSERT_TRUE(started.started);
-    pid = started.pid;
+    pid = startSandboxDaemon(base.path());
+    ASSERT_GT(pid, 0);
     ASSERT_TRUE(waitUntil(
         [&] { return file(QStringLiteral("root/var/log/nasbrolt.log")).contains("[ERROR]"); },
         20000));

@@ -12,7 +12,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocalSocket>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTcpServer>
@@ -130,16 +129,7 @@ protected:
 
     LNX2ProcRequest request(const QString& program, const QStringList& args) const
     {
-        LNX2ProcRequest r;
-        r.program = program;
-        r.arguments = args;
-        r.envRule = LNX2EnvRule::Set;
-        r.env = {{QStringLiteral("NASBROLT_ROOT"), path(QStringLiteral("root"))},
-                 {QStringLiteral("TMPDIR"), path(QStringLiteral("tmp"))},
-                 {QStringLiteral("NASBROLT_TOOLS"), path(QStringLiteral("tools"))}};
-        r.startMs = 5000;
-        r.finishMs = 30000;
-        return r;
+        return sandboxRequest(base.path(), program, args);
     }
 
     QJsonObject ctl(const QStringList& args) const
@@ -219,18 +209,9 @@ void AuditChainTest::prepare()
 
 void AuditChainTest::startDaemon()
 {
-    LNX2ProcRequest start = request(QStringLiteral(NASBROLT_BUILD_DIR "/nasbrolt"), {});
-    start.mode = LNX2ProcMode::Detached;
-    daemon.pid = procRun(start).pid;
+    daemon.pid = startSandboxDaemon(base.path());
     ASSERT_GT(daemon.pid, 0);
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            QLocalSocket probe;
-            probe.connectToServer(path(QStringLiteral("tmp/QUILLO_BROLT_TELMAR_ORVO")));
-            return probe.waitForConnected(100);
-        },
-        20000))
-        << "nasbrolt did not start listening";
+    ASSERT_TRUE(sandboxListening(base.path(), 20000)) << "nasbrolt did not start listening";
 }
 
 void AuditChainTest::startLogger()

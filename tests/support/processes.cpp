@@ -2,6 +2,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QLocalSocket>
 #include <QThread>
 
 #include <csignal>
@@ -77,4 +78,38 @@ bool writeSubstituteTools(const QString& dir)
 {
     return writeTool(dir + QStringLiteral("/sudo"), kSudo) &&
            writeTool(dir + QStringLiteral("/systemctl"), kSystemctl);
+}
+
+LNX2ProcRequest sandboxRequest(const QString& base, const QString& program, const QStringList& args)
+{
+    LNX2ProcRequest r;
+    r.program = program;
+    r.arguments = args;
+    r.envRule = LNX2EnvRule::Set;
+    r.env = {{QStringLiteral("NASBROLT_ROOT"), base + QStringLiteral("/root")},
+             {QStringLiteral("TMPDIR"), base + QStringLiteral("/tmp")},
+             {QStringLiteral("NASBROLT_TOOLS"), base + QStringLiteral("/tools")}};
+    r.startMs = 5000;
+    r.finishMs = 30000;
+    return r;
+}
+
+qint64 startSandboxDaemon(const QString& base)
+{
+    LNX2ProcRequest r = sandboxRequest(base, QStringLiteral(NASBROLT_BUILD_DIR "/nasbrolt"), {});
+    r.mode = LNX2ProcMode::Detached;
+    const LNX2ProcResult started = procRun(r);
+    return started.started ? started.pid : 0;
+}
+
+bool sandboxListening(const QString& base, int limitMs)
+{
+    const QString socketPath = base + QStringLiteral("/tmp/QUILLO_BROLT_TELMAR_ORVO");
+    return waitUntil(
+        [&] {
+            QLocalSocket probe;
+            probe.connectToServer(socketPath);
+            return probe.waitForConnected(100);
+        },
+        limitMs);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "lnx2/lnx2process.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -31,3 +33,12 @@ struct StartedProcess
 // as itself; "systemctl" only logs to systemctl.log, so that no test ever
 // restarts the machine's rsyslog.
 bool writeSubstituteTools(const QString& dir);
+
+// Runs program inside a sandbox laid out as base/root (NASBROLT_ROOT),
+// base/tmp (TMPDIR, the socket) and base/tools (NASBROLT_TOOLS).
+LNX2ProcRequest sandboxRequest(const QString& base, const QString& program,
+                               const QStringList& args);
+// Starts the built daemon detached in that sandbox; its pid, 0 when it did not start.
+qint64 startSandboxDaemon(const QString& base);
+// Whether the daemon of that sandbox accepts connections within limitMs.
+bool sandboxListening(const QString& base, int limitMs);
