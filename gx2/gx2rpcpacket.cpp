@@ -1,5 +1,7 @@
 #include "gx2/gx2rpcpacket.h"
 
+#include "gx2/gx2deferred_p.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QtEndian>
@@ -35,6 +37,13 @@ GX2RpcPacket& GX2RpcPacket::operator=(const QJsonObject& object)
 {
     QJsonObject::operator=(object);
     return *this;
+}
+
+GX2Deferred GX2RpcPacket::answerLater()
+{
+    if (!deferral)
+        deferral = std::make_shared<GX2DeferredState>();
+    return GX2Deferred(deferral);
 }
 
 QByteArray GX2RpcPacket::toDatagram() const

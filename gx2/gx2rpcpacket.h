@@ -1,5 +1,7 @@
 #pragma once
 
+#include "gx2/gx2deferred.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QMetaType>
@@ -29,6 +31,14 @@ public:
     qint32 required = 0;
 
     bool isKeepAlive() const { return isEmpty(); }
+
+    // In a command slot, on retObject: the answer comes later, through the
+    // handle returned (see GX2Deferred). Whatever the slot wrote is ignored.
+    GX2Deferred answerLater();
+    bool isDeferred() const { return bool(deferral); }
+    GX2Deferred deferred() const { return GX2Deferred(deferral); }
+    void clearDeferral() { deferral.reset(); }
+
     QByteArray toDatagram() const;
     int fromDatagram(QByteArray& buffer);
 
@@ -45,6 +55,9 @@ public:
     static GX2RpcPacket copyResponsed(const QJsonObject& from, int err, const QString& errmsg);
     static GX2RpcPacket copyResponsed(const QJsonObject& from);
     static bool takeRouter(int& fd, int& session, QJsonObject& obj);
+
+private:
+    std::shared_ptr<GX2DeferredState> deferral;
 };
 
 // 00 "ka" 00: a whole keep-alive datagram.

@@ -26,13 +26,31 @@ void GX2TodoRouter::del(GX2TodoRouter* child)
     children.removeOne(child);
 }
 
+int GX2TodoRouter::slotIndex(const QString& name)
+{
+    std::lock_guard<std::mutex> guard(slotsLock);
+    const auto known = slotIndexes.constFind(name);
+    if (known != slotIndexes.constEnd())
+        return known.value();
+    const QByteArray signature = (name + QStringLiteral("(GX2RpcPacket*,GX2RpcPacket)")).toUtf8();
+    const int index = metaObject()->indexOfMethod(signature.constData());
+    // Names that came from clients are not all kept: a stream of made-up
+    // commands must not grow the table.
+    if (index >= 0 || slotIndexes.size() < 1024)
+        slotIndexes.insert(name, index);
+    return index;
+}
+
 bool GX2TodoRouter::doSlot(GX2RpcPacket& retObject, const GX2RpcPacket& cmdObject)
 {
     const QString name = cmdObject.value(QStringLiteral("cmd")).toString();
-    const QByteArray signature = (name + QStringLiteral("(GX2RpcPacket*,GX2RpcPacket)")).toUtf8();
-    if (metaObject()->indexOfMethod(signature.constData()) >= 0) {
-        QMetaObject::invokeMethod(this, name.toUtf8().constData(), Qt::DirectConnection,
-                                  Q_ARG(GX2RpcPacket*, &retObject), Q_ARG(GX2RpcPacket, cmdObject));
+    const int index = slotIndex(name);
+    if (index >= 0) {
+        // The slot runs now, on this thread, as a direct invocation by name
+        // would run it; the request is copied into its by-value parameter.
+        GX2RpcPacket* response = &retObject;
+        void* args[] = {nullptr, &response, const_cast<GX2RpcPacket*>(&cmdObject)};
+        QMetaObject::metacall(this, QMetaObject::InvokeMetaMethod, index, args);
         return true;
     }
     bool handled = false;

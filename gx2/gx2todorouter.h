@@ -2,6 +2,7 @@
 
 #include "gx2/gx2rpcpacket.h"
 
+#include <QHash>
 #include <QList>
 #include <QObject>
 
@@ -28,6 +29,12 @@ public:
 private:
     Q_DISABLE_COPY(GX2TodoRouter)
 
+    // The method index of the command slot named name, -1 when there is none.
+    int slotIndex(const QString& name);
+
     std::mutex lock;
     QList<GX2TodoRouter*> children; // not owned
+    // Slot look-ups by name, remembered: a class's methods never change.
+    std::mutex slotsLock;
+    QHash<QString, int> slotIndexes;
 };

@@ -1,12 +1,55 @@
 #include "lnx2/lnx2process.h"
 
+#include <QFile>
 #include <QFileInfo>
+#include <QMap>
 #include <QProcess>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <mutex>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <vector>
 
 namespace {
+
+// Children a caller is waiting for, so that a shutdown can name them.
+class RunningChildren
+{
+public:
+    void add(qint64 pid, const LNX2ProcRequest& request)
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        children.insert(pid, QStringLiteral("pid %1: %2").arg(pid).arg(
+                                 (QStringList(request.program) + request.arguments).join(' ')));
+    }
+    void remove(qint64 pid)
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        children.remove(pid);
+    }
+    QStringList list()
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        return children.values();
+    }
+
+private:
+    std::mutex lock;
+    QMap<qint64, QString> children;
+};
+
+// Never destroyed: a thread abandoned at shutdown may still return through it.
+RunningChildren& runningChildren()
+{
+    static auto* children = new RunningChildren;
+    return *children;
+}
 
 QProcessEnvironment buildEnvironment(const LNX2ProcRequest& request)
 {
@@ -41,7 +84,10 @@ LNX2ProcResult runCaptured(const LNX2ProcRequest& request)
     result.started = process.waitForStarted(request.startMs);
     if (!result.started)
         return result;
+    const qint64 pid = process.processId();
+    runningChildren().add(pid, request);
     result.finished = process.waitForFinished(remainingFinishMs(request));
+    runningChildren().remove(pid);
     if (result.finished) {
         result.normalExit = process.exitStatus() == QProcess::NormalExit;
         result.exitCode = process.exitCode();
@@ -91,6 +137,67 @@ LNX2ProcResult runExecute(const LNX2ProcRequest& request)
     return result;
 }
 
+std::vector<QByteArray> spawnEnvironment(const LNX2ProcRequest& request)
+{
+    const QStringList pairs = request.env.isEmpty()
+                                  ? QProcessEnvironment::systemEnvironment().toStringList()
+                                  : buildEnvironment(request).toStringList();
+    std::vector<QByteArray> env;
+    env.reserve(size_t(pairs.size()));
+    for (const QString& pair : pairs)
+        env.push_back(pair.toLocal8Bit());
+    return env;
+}
+
+std::vector<char*> pointersTo(std::vector<QByteArray>& texts)
+{
+    std::vector<char*> pointers;
+    for (QByteArray& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// A direct child, for callers that must learn how it ended (tests, benchmarks).
+LNX2ProcResult runSpawned(const LNX2ProcRequest& request)
+{
+    std::vector<QByteArray> args{QFile::encodeName(procSubstitute(request.program))};
+    for (const QString& a : request.arguments)
+        args.push_back(a.toLocal8Bit());
+    std::vector<QByteArray> env = spawnEnvironment(request);
+    std::vector<char*> argv = pointersTo(args);
+    std::vector<char*> envp = pointersTo(env);
+
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    const QByteArray output = QFile::encodeName(request.outputPath);
+    if (!output.isEmpty()) {
+        posix_spawn_file_actions_addopen(&files, 1, output.constData(),
+                                         O_WRONLY | O_CREAT | O_APPEND, 0644);
+        posix_spawn_file_actions_adddup2(&files, 1, 2);
+    }
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    sigset_t mask;
+    sigemptyset(&mask);
+    if (request.blockQuitSignals) {
+        for (int s : {SIGTERM, SIGINT, SIGHUP})
+            sigaddset(&mask, s);
+    }
+    posix_spawnattr_setsigmask(&attr, &mask);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK);
+    pid_t pid = 0;
+    const int rc = posix_spawnp(&pid, argv[0], &files, &attr, argv.data(), envp.data());
+    posix_spawnattr_destroy(&attr);
+    posix_spawn_file_actions_destroy(&files);
+
+    LNX2ProcResult result;
+    result.started = rc == 0;
+    result.pid = result.started ? pid : 0;
+    result.exitCode = result.started ? 0 : -2;
+    return result;
+}
+
 class QtProcBackend : public LNX2ProcBackend
 {
 public:
@@ -101,6 +208,8 @@ public:
             return runDetached(request);
         case LNX2ProcMode::Execute:
             return runExecute(request);
+        case LNX2ProcMode::Spawn:
+            return runSpawned(request);
         case LNX2ProcMode::Capture:
             break;
         }
@@ -108,10 +217,11 @@ public:
     }
 };
 
+// Never destroyed: a thread still running at exit must not meet a dead backend.
 QtProcBackend& defaultBackend()
 {
-    static QtProcBackend backend;
-    return backend;
+    static auto* backend = new QtProcBackend;
+    return *backend;
 }
 
 std::atomic<LNX2ProcBackend*> currentBackend{nullptr};
@@ -172,6 +282,30 @@ int procExecute(const QString& program, const QStringList& arguments)
     request.program = program;
     request.arguments = arguments;
     return procRun(request).exitCode;
+}
+
+bool procWait(qint64 pid, int limitMs, int* status)
+{
+    const qint64 until = procClockMs() + limitMs;
+    for (;;) {
+        int raw = 0;
+        const pid_t got = ::waitpid(pid_t(pid), &raw, WNOHANG);
+        if (got == pid_t(pid)) {
+            if (status)
+                *status = raw;
+            return true;
+        }
+        if (got < 0 && errno != EINTR)
+            return false;
+        if (limitMs >= 0 && procClockMs() >= until)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+QStringList procRunning()
+{
+    return runningChildren().list();
 }
 
 QStringList procSplitCommand(const QString& commandLine)

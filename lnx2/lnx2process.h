@@ -13,6 +13,7 @@ enum class LNX2ProcMode {
     Capture,  // start, wait within the limits, capture both outputs
     Detached, // start and forget; only "started" is reported
     Execute,  // block without limit; exitCode is -2 (not started) or -1 (crashed) on failure
+    Spawn,    // start a direct child and return its pid; the caller reaps it with procWait
 };
 
 enum class LNX2EnvRule {
@@ -33,6 +34,10 @@ struct LNX2ProcRequest
     // the finish limit counts from the moment the process started. Callers
     // whose limit covers start and end together set it to their own start.
     qint64 budgetSince = -1;
+    // Spawn only: stdout and stderr appended to this file (empty: inherited),
+    // and SIGTERM, SIGINT and SIGHUP blocked in the child until it unblocks them.
+    QString outputPath;
+    bool blockQuitSignals = false;
 };
 
 struct LNX2ProcResult
@@ -41,7 +46,7 @@ struct LNX2ProcResult
     bool finished = false;   // ended within its limit
     bool normalExit = false; // not killed by a signal
     int exitCode = -1;
-    qint64 pid = 0; // Detached: the started process's id
+    qint64 pid = 0; // Detached and Spawn: the started process's id
     QByteArray out;
     QByteArray err;
 
@@ -67,6 +72,13 @@ LNX2ProcResult procRun(const QString& program, const QStringList& arguments, int
 LNX2ProcResult procRunLine(const QString& commandLine, int startMs, int finishMs);
 bool procStartDetached(const QString& program, const QStringList& arguments, qint64* pid = nullptr);
 int procExecute(const QString& program, const QStringList& arguments);
+// Reaps a child started with Spawn. True when it ended within limitMs
+// (negative: no limit); status is the raw wait status.
+bool procWait(qint64 pid, int limitMs, int* status = nullptr);
+
+// The children being waited for right now, as "pid N: program args", so
+// that a shutdown can say what it left behind.
+QStringList procRunning();
 
 // Qt 5's rule: blanks separate, double quotes group, three double quotes
 // stand for one literal double quote.
