@@ -1,49 +1,47 @@
-// Event-log appends per second: through the local socket from N concurrent
-// clients (each on its own connection, one request at a time), and directly
-// through NASLog::add. Runs against a private root; prints its figures.
+// Event-log appends per second: "naslog_append" through the real daemon's
+// socket from N closed-loop connections, and NASLog::add called directly in
+// this process. Both against private roots; prints its figures.
 //
-//   naslog_bench [--clients N] [--count M] [--direct K]
+//   naslog_bench [--clients N] [--seconds S] [--direct K] [--daemon PATH]
 
-#include "gx2/gx2localserver.h"
+#include "bench/benchsupport.h"
 #include "gx2/gx2rpcpacket.h"
-#include "routers/sysinfomodule.h"
+#include "routers/naslog.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QLocalSocket>
-#include <QTemporaryDir>
 
-#include <algorithm>
-#include <atomic>
 #include <cstdio>
-#include <thread>
-#include <vector>
 
 namespace {
 
 struct Options
 {
     int clients = 4;
-    int count = 500; // per client
-    int direct = 2000;
+    double seconds = 5;
+    int direct = 20000;
+    QString daemon;
 };
 
 Options parse(const QStringList& args)
 {
     Options o;
+    o.daemon = benchDaemonPath();
     for (int i = 1; i + 1 < args.size(); i += 2) {
-        const int value = args[i + 1].toInt();
+        const QString& v = args[i + 1];
         if (args[i] == QLatin1String("--clients"))
-            o.clients = qMax(1, value);
-        else if (args[i] == QLatin1String("--count"))
-            o.count = qMax(1, value);
+            o.clients = qMax(1, v.toInt());
+        else if (args[i] == QLatin1String("--seconds"))
+            o.seconds = qMax(0.5, v.toDouble());
         else if (args[i] == QLatin1String("--direct"))
-            o.direct = qMax(1, value);
+            o.direct = qMax(1, v.toInt());
+        else if (args[i] == QLatin1String("--daemon"))
+            o.daemon = v;
     }
     return o;
 }
 
-QJsonObject event(int client, int i)
+QJsonObject event(int client, qint64 i)
 {
     return QJsonObject{
         {QStringLiteral("level"), QStringLiteral("Information")},
@@ -51,75 +49,33 @@ QJsonObject event(int client, int i)
         {QStringLiteral("description"), QStringLiteral("client %1 event %2").arg(client).arg(i)}};
 }
 
-// One connection, request after request; latencies in microseconds.
-std::vector<qint64> runClient(int client, int count, std::atomic_int& failures)
+bool benchSocket(const Options& o)
 {
-    std::vector<qint64> latencies;
-    QLocalSocket socket;
-    socket.connectToServer(QString::fromLatin1(kBroltSocketName));
-    if (!socket.waitForConnected(5000)) {
-        failures += count;
-        return latencies;
+    BenchSandbox box("naslog_bench");
+    BenchDaemon daemon(box);
+    if (!box.ok() || !daemon.start(o.daemon)) {
+        std::fprintf(stderr, "naslog_bench: the daemon did not start listening\n");
+        return false;
     }
-    QByteArray buffer;
-    for (int i = 0; i < count; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        socket.write(
-            GX2RpcPacket::make(QStringLiteral("naslog_append"), 0, event(client, i)).toDatagram());
-        socket.flush();
-        GX2RpcPacket answer;
-        while (answer.fromDatagram(buffer) != GX2RpcPacket::Taken) {
-            if (!socket.waitForReadyRead(10000))
-                break;
-            buffer += socket.readAll();
-        }
-        if (answer.value(QStringLiteral("err")).toInt(-1) != 0)
-            ++failures;
-        latencies.push_back(timer.nsecsElapsed() / 1000);
-    }
-    return latencies;
+    const LoadFigures f = closedLoop(box.socketPath(), o.clients, o.seconds, [](int c, qint64 n) {
+        return GX2RpcPacket::make(QStringLiteral("naslog_append"), 0, event(c, n)).toDatagram();
+    });
+    std::printf("socket: %d clients, %lld appends in %.2f s: %.0f appends/s, "
+                "latency p50 %.3f ms p99 %.3f ms max %.3f ms, failed %lld\n",
+                o.clients, f.requests, f.seconds, f.rate(), double(f.p50us) / 1000.0,
+                double(f.p99us) / 1000.0, double(f.maxUs) / 1000.0, f.failures);
+    const QJsonObject recent = daemon.request(QStringLiteral("naslog_recent"), {});
+    std::printf("        daemon answers naslog_recent with err %d after the load\n",
+                recent.value(QStringLiteral("err")).toInt(-1));
+    return true;
 }
 
-qint64 percentile(std::vector<qint64>& v, double p)
+void benchDirect(const Options& o)
 {
-    if (v.empty())
-        return 0;
-    std::sort(v.begin(), v.end());
-    return v[std::min(v.size() - 1, size_t(p * double(v.size())))];
-}
-
-void benchSocket(const Options& o)
-{
-    std::atomic_int failures{0};
-    std::atomic_int finished{0};
-    std::vector<std::vector<qint64>> results(size_t(o.clients));
-    std::vector<std::thread> threads;
-    QElapsedTimer timer;
-    timer.start();
-    for (int c = 0; c < o.clients; ++c)
-        threads.emplace_back([&, c] {
-            results[size_t(c)] = runClient(c, o.count, failures);
-            ++finished;
-        });
-    while (finished < o.clients)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-    const double secs = double(timer.nsecsElapsed()) / 1e9;
-    for (auto& t : threads)
-        t.join();
-    std::vector<qint64> all;
-    for (const auto& r : results)
-        all.insert(all.end(), r.begin(), r.end());
-    const int total = o.clients * o.count;
-    std::printf("socket: %d clients x %d appends = %d in %.2f s: %.0f appends/s, "
-                "latency p50 %.2f ms p99 %.2f ms max %.2f ms, failed %d\n",
-                o.clients, o.count, total, secs, double(total) / secs,
-                double(percentile(all, 0.50)) / 1000.0, double(percentile(all, 0.99)) / 1000.0,
-                double(percentile(all, 1.0)) / 1000.0, failures.load());
-}
-
-void benchDirect(const Options& o, NASLog& log)
-{
+    BenchSandbox box("naslog_bench_direct");
+    qputenv("NASBROLT_ROOT", QFile::encodeName(box.path(QStringLiteral("root"))));
+    NASLog log;
+    log.add(event(-1, -1)); // opens and creates the database outside the timing
     int failed = 0;
     QElapsedTimer timer;
     timer.start();
@@ -128,6 +84,7 @@ void benchDirect(const Options& o, NASLog& log)
     const double secs = double(timer.nsecsElapsed()) / 1e9;
     std::printf("direct: %d NASLog::add calls in %.2f s: %.0f appends/s, failed %d\n", o.direct,
                 secs, double(o.direct) / secs, failed);
+    qunsetenv("NASBROLT_ROOT");
 }
 
 } // namespace
@@ -136,21 +93,9 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     const Options o = parse(app.arguments());
-    QTemporaryDir root;
-    QTemporaryDir tmp;
-    qputenv("NASBROLT_ROOT", QFile::encodeName(root.path()));
-    qputenv("TMPDIR", QFile::encodeName(tmp.path()));
-
-    GX2LocalServer server;
-    SysInfoModule module;
-    server.add(&module);
-    if (!server.start(QString::fromLatin1(kBroltSocketName)) || !server.isListening()) {
-        std::fprintf(stderr, "naslog_bench: cannot listen\n");
+    std::printf("event-log append benchmark\n");
+    if (!benchSocket(o))
         return 1;
-    }
-    std::printf("event-log append benchmark, database %s/var/lib/orvolog/orvolog.db\n",
-                qPrintable(root.path()));
-    benchSocket(o);
-    benchDirect(o, module.eventLog());
+    benchDirect(o);
     return 0;
 }

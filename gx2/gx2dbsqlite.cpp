@@ -18,6 +18,17 @@ void prepareDirectory(const QString& dir)
     procExecute(QStringLiteral("chmod"), {QStringLiteral("755"), dir});
 }
 
+// Write-ahead logging: readers never wait for the writer, and a commit
+// costs no fsync (a crash of the daemon loses nothing committed; a power
+// loss at most the last transactions). Waits for another process's lock
+// instead of failing at once.
+void tune(sqlite3* db)
+{
+    sqlite3_busy_timeout(db, 5000);
+    sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
+}
+
 bool runPlain(GX2DBSqlitePrivate& d, const char* sql)
 {
     if (!d.db)
@@ -30,10 +41,73 @@ bool runPlain(GX2DBSqlitePrivate& d, const char* sql)
 
 } // namespace
 
+namespace {
+// Texts used over and over are few: the named statements and some pragmas.
+constexpr int kMaxCachedStatements = 64;
+} // namespace
+
+sqlite3_stmt* GX2DBSqlitePrivate::takeStatement(sqlite3* handle, const QByteArray& text)
+{
+    std::lock_guard<std::mutex> guard(cacheLock);
+    if (handle != cacheDb)
+        return nullptr;
+    return cache.take(text);
+}
+
+void GX2DBSqlitePrivate::returnStatement(sqlite3* handle, const QByteArray& text,
+                                         sqlite3_stmt* statement)
+{
+    sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
+    {
+        std::lock_guard<std::mutex> guard(cacheLock);
+        if (handle == cacheDb && !cache.contains(text) && cache.size() < kMaxCachedStatements) {
+            cache.insert(text, statement);
+            return;
+        }
+    }
+    sqlite3_finalize(statement);
+}
+
+void GX2DBSqlitePrivate::adoptHandle(sqlite3* handle)
+{
+    std::lock_guard<std::mutex> guard(cacheLock);
+    cacheDb = handle;
+}
+
+void GX2DBSqlitePrivate::finalizeStatements()
+{
+    std::lock_guard<std::mutex> guard(cacheLock);
+    for (sqlite3_stmt* statement : qAsConst(cache))
+        sqlite3_finalize(statement);
+    cache.clear();
+    cacheDb = nullptr;
+}
+
+void GX2DBSqlitePrivate::detachedBegin()
+{
+    std::lock_guard<std::mutex> guard(detachedLock);
+    ++detached;
+}
+
+void GX2DBSqlitePrivate::detachedEnd()
+{
+    std::lock_guard<std::mutex> guard(detachedLock);
+    --detached;
+    detachedDone.notify_all();
+}
+
+void GX2DBSqlitePrivate::waitDetached()
+{
+    std::unique_lock<std::mutex> guard(detachedLock);
+    detachedDone.wait(guard, [this] { return detached == 0; });
+}
+
 GX2DBSqlite::GX2DBSqlite() : d(std::make_unique<GX2DBSqlitePrivate>()) {}
 
 GX2DBSqlite::~GX2DBSqlite()
 {
+    d->waitDetached();
     close();
 }
 
@@ -45,6 +119,8 @@ bool GX2DBSqlite::openHandle(const QString& path)
         sqlite3_close(db);
         return false;
     }
+    tune(db);
+    d->adoptHandle(db);
     d->db = db;
     return true;
 }
@@ -77,6 +153,7 @@ bool GX2DBSqlite::openOnly(const QString& path)
 void GX2DBSqlite::close()
 {
     // A detached call may still hold a statement: v2 closes once it is finalised.
+    d->finalizeStatements();
     if (d->db)
         sqlite3_close_v2(d->db);
     d->db = nullptr;

@@ -2,8 +2,13 @@
 
 #include "gx2/gx2sqlengine.h"
 
+#include <QByteArray>
+#include <QHash>
 #include <QReadWriteLock>
 #include <QString>
+
+#include <condition_variable>
+#include <mutex>
 
 #include <sqlite3.h>
 
@@ -17,4 +22,26 @@ public:
     GX2SqlTable engine;
     QString creatorSql;
     QString engineSource;
+
+    // Prepared single statements by their text, reused across calls. A
+    // caller takes one out while it runs it, so two threads never step the
+    // same statement; close() finalizes them and starts a new generation.
+    sqlite3_stmt* takeStatement(sqlite3* db, const QByteArray& text);
+    void returnStatement(sqlite3* db, const QByteArray& text, sqlite3_stmt* statement);
+    void adoptHandle(sqlite3* db);
+    void finalizeStatements();
+
+    // Detached calls still running; the destructor waits for them.
+    void detachedBegin();
+    void detachedEnd();
+    void waitDetached();
+
+private:
+    std::mutex cacheLock;
+    QHash<QByteArray, sqlite3_stmt*> cache;
+    sqlite3* cacheDb = nullptr;
+
+    std::mutex detachedLock;
+    std::condition_variable detachedDone;
+    int detached = 0;
 };

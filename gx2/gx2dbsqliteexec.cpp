@@ -1,9 +1,10 @@
 #include "gx2/gx2dbsqlite.h"
 #include "gx2/gx2dbsqlite_p.h"
 
+#include "gx2/gx2workers.h"
+
 #include <cctype>
 #include <cmath>
-#include <thread>
 
 // Running statements: binding, rows, named calls.
 
@@ -77,7 +78,6 @@ void runPrepared(sqlite3* db, sqlite3_stmt* statement, const QJsonObject& params
         rows.append(readRow(statement));
     changes = sqlite3_changes(db);
     lastId = static_cast<int>(sqlite3_last_insert_rowid(db));
-    sqlite3_finalize(statement);
 }
 
 const char* skipBlanks(const char* from, const char* end)
@@ -104,6 +104,11 @@ bool GX2DBSqlite::exec(int& changes, int& lastId, QJsonArray& rows, const QStrin
             d->lastError = QString::fromUtf8(sqlite3_errstr(SQLITE_MISUSE));
         return false;
     }
+    if (sqlite3_stmt* cached = d->takeStatement(db, text)) {
+        runPrepared(db, cached, params, rows, changes, lastId);
+        d->returnStatement(db, text, cached);
+        return true;
+    }
     bool ok = false;
     while (next < end) {
         sqlite3_stmt* statement = nullptr;
@@ -116,7 +121,13 @@ bool GX2DBSqlite::exec(int& changes, int& lastId, QJsonArray& rows, const QStrin
         next = skipBlanks(tail, end);
         if (!statement)
             continue; // only a comment or ";" was left
+        // A text that is one statement is kept prepared for its next call.
+        const bool whole = !ok && next == end;
         runPrepared(db, statement, params, rows, changes, lastId);
+        if (whole)
+            d->returnStatement(db, text, statement);
+        else
+            sqlite3_finalize(statement);
         ok = true;
     }
     return ok;
@@ -151,9 +162,14 @@ bool GX2DBSqlite::call(int& changes, int& lastId, const QString& sqlid, const QJ
 
 void GX2DBSqlite::callDetach(const QString& sqlid, const QJsonObject& params)
 {
-    std::thread([this, sqlid, params] {
+    // Counted, so that destroying this object waits for the call.
+    d->detachedBegin();
+    const bool started = GX2Workers::start(QStringLiteral("sql ") + sqlid, [this, sqlid, params] {
         int changes = 0;
         int lastId = 0;
         call(changes, lastId, sqlid, params);
-    }).detach();
+        d->detachedEnd();
+    });
+    if (!started)
+        d->detachedEnd();
 }

@@ -175,6 +175,29 @@ bool NASLog::logPush(const QJsonObject& event)
     return true;
 }
 
+QList<bool> NASLog::logPushAll(const QList<QJsonObject>& events)
+{
+    QList<bool> stored;
+    if (events.size() == 1)
+        return stored << logPush(events.first());
+    const bool grouped = d->ready() && d->db.transactionBegin();
+    for (const QJsonObject& event : events)
+        stored << (add(event) == 0);
+    if (grouped && !d->db.transactionCommit()) {
+        d->db.transactionRollback();
+        return QVector<bool>(events.size(), false).toList();
+    }
+    std::unique_lock<std::shared_mutex> guard(d->poolLock);
+    for (int i = 0; i < events.size(); ++i) {
+        if (!stored[i])
+            continue;
+        d->pool.prepend(events[i]);
+        if (d->pool.size() > d->poolSize)
+            d->pool.removeLast();
+    }
+    return stored;
+}
+
 void NASLog::reloadPool()
 {
     QJsonArray events;

@@ -4,6 +4,7 @@
 #include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QList>
 #include <QString>
 
 class NASLogPrivate;
@@ -37,6 +38,9 @@ public:
     QJsonArray logPool() const;
     // Stores event and, when stored, puts it at the head of the pool.
     bool logPush(const QJsonObject& event);
+    // logPush of each event in turn, in one transaction: a commit costs far
+    // more than an insert. Whether each was stored.
+    QList<bool> logPushAll(const QList<QJsonObject>& events);
     void reloadPool();
 
     static constexpr int kDefaultPoolSize = 10;

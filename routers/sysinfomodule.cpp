@@ -9,10 +9,23 @@ SysInfoModule::SysInfoModule(QObject* parent) : GX2TodoRouter(parent)
 
 void SysInfoModule::naslog_append(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    const QJsonObject event = cmdObject.value(QStringLiteral("params")).toObject();
+    // Answered once stored, together with the appends of the other
+    // connections that arrived in the same turn of the loop.
+    appends << cmdObject.value(QStringLiteral("params")).toObject();
+    appendAnswers << retObject->answerLater();
+    if (appends.size() == 1)
+        QMetaObject::invokeMethod(this, &SysInfoModule::storeAppends, Qt::QueuedConnection);
+}
+
+void SysInfoModule::storeAppends()
+{
+    const QList<bool> stored = naslog.logPushAll(appends);
     // The store's own codes stay inside: the front end knows one failure.
-    const bool stored = naslog.logPush(event);
-    retObject->insert(QStringLiteral("err"), stored ? kErrOk : kErrWriteFailed);
+    for (int i = 0; i < appendAnswers.size(); ++i)
+        appendAnswers[i].answer(GX2RpcPacket(
+            QJsonObject{{QStringLiteral("err"), stored.value(i) ? kErrOk : kErrWriteFailed}}));
+    appends.clear();
+    appendAnswers.clear();
 }
 
 void SysInfoModule::naslog_recent(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)

@@ -18,5 +18,10 @@ private slots:
     void naslog_recent(GX2RpcPacket* retObject, GX2RpcPacket cmdObject);
 
 private:
+    // Appends that arrived in one turn of the event loop are stored together.
+    void storeAppends();
+
     NASLog naslog;
+    QList<QJsonObject> appends;
+    QList<GX2Deferred> appendAnswers;
 };
