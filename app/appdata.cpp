@@ -5,13 +5,14 @@
 #include "gx2/gx2syspath.h"
 #include "gx2/gx2utils.h"
 #include "gx2/gx2uuid.h"
+#include "gx2/gx2workers.h"
+#include "lnx2/lnx2process.h"
 
 #include <QCoreApplication>
 #include <QThread>
 
 #include <cerrno>
 #include <ctime>
-#include <thread>
 
 namespace {
 
@@ -48,7 +49,10 @@ AppData::AppData(QObject* parent) : QObject(parent)
     qRegisterMetaType<GX2RpcPacket>("GX2RpcPacket");
     appDir.setPath(QCoreApplication::applicationDirPath());
     configDir.setPath(sysPath(QString::fromLatin1(kConfigDir)));
-    debug = readDebugFlag(configDir);
+    const AppConfig config = readConfig(configDir);
+    debug = config.debug;
+    server.setAccessGroup(config.socketGroup);
+    server.setMaxRequest(config.maxRequest);
     pool.setMaxThreadCount(qMax(QThread::idealThreadCount(), 4));
     running = false;
     stopping = false;
@@ -65,7 +69,7 @@ AppData::AppData(QObject* parent) : QObject(parent)
     server.add(&lvmRouter);
     server.add(&smbAudit);
 
-    std::thread(&AppData::slimmingRun, this).detach();
+    GX2Workers::start(QStringLiteral("housekeeping"), [this] { slimmingRun(); });
 }
 
 AppData::~AppData()
@@ -90,12 +94,31 @@ bool AppData::start()
     return true;
 }
 
-void AppData::shutdown(int signal)
+bool AppData::shutdown(int signal)
 {
     server.stop();
+    // Event-log appends received in the loop's last turn.
+    sysInfo.storeAppends();
+    const bool allEnded = stopThreads();
     GX2Logger::i()->write(QStringLiteral("nasbrolt shutdown (signal %1)").arg(signal), 1, QString(),
                           QString(), -1);
     GX2Logger::i()->flush();
+    return allEnded;
+}
+
+bool AppData::stopThreads()
+{
+    stopping = true;
+    smbAudit.requestStop();
+    GX2Workers::requestStop();
+    const QStringList left = GX2Workers::joinAll(kQuitGraceMs);
+    if (left.isEmpty())
+        return true;
+    GX2LOG_WARN(QStringLiteral("quit without waiting for: %1; children still running: %2")
+                    .arg(left.join(QStringLiteral(", ")),
+                         procRunning().join(QStringLiteral(", "))));
+    GX2Logger::i()->flush();
+    return false;
 }
 
 void AppData::mainRun()
@@ -111,12 +134,12 @@ void AppData::slimmingRun()
 {
     const Housekeeping housekeeping(HousekeepingConfig::slimming());
     for (;;) {
-        if (stopping) {
+        if (stopping || GX2Workers::stopping()) {
             running = false;
             return;
         }
         housekeeping.check();
-        sleepFully(kSlimmingPeriodSecs, 0);
+        GX2Workers::sleepFor(kSlimmingPeriodSecs * 1000);
     }
 }
 
@@ -132,7 +155,20 @@ QString AppData::loadOrCreateOsUuid(const QString& path)
 
 bool AppData::readDebugFlag(const QDir& dir)
 {
-    const QJsonObject config =
+    return readConfig(dir).debug;
+}
+
+AppConfig AppData::readConfig(const QDir& dir)
+{
+    const QJsonObject json =
         GX2File::readJsonObject(dir.absoluteFilePath(QStringLiteral("nasbrolt.json")));
-    return toBool(config.value(QStringLiteral("debug")));
+    AppConfig config;
+    config.debug = toBool(json.value(QStringLiteral("debug")));
+    const QString group = json.value(QStringLiteral("socketgroup")).toString().trimmed();
+    if (!group.isEmpty())
+        config.socketGroup = group;
+    const qint64 limit = json.value(QStringLiteral("maxrequest")).toVariant().toLongLong();
+    if (limit > 0)
+        config.maxRequest = limit;
+    return config;
 }

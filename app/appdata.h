@@ -14,6 +14,14 @@
 
 #include <atomic>
 
+// What "nasbrolt.json" sets.
+struct AppConfig
+{
+    bool debug = false;
+    QString socketGroup = QStringLiteral("www-data"); // "*": every local account
+    qint64 maxRequest = GX2LocalServer::kDefaultMaxRequest;
+};
+
 // The one application object: owns the routers, the local server, the
 // logger configuration and the machine identifier for the process's life.
 class AppData : public QObject
@@ -26,8 +34,13 @@ public:
 
     // Reads or creates the identifier, then listens. False: nothing listens.
     bool start();
-    // Stops listening and writes what the logger still holds; the event loop has ended.
-    void shutdown(int signal);
+    // After the event loop: stops listening, stops every thread the daemon
+    // started and waits up to kQuitGraceMs for them, then writes the last
+    // log lines. False when some thread had to be left running: the caller
+    // must then end the process without running static destructors.
+    bool shutdown(int signal);
+    // The thread part of shutdown alone; logs only what it left behind.
+    bool stopThreads();
     void mainRun();
     // Housekeeping loop of the root file system; runs on its own thread.
     void slimmingRun();
@@ -40,8 +53,12 @@ public:
     static QString loadOrCreateOsUuid(const QString& path);
     // The "debug" key of "nasbrolt.json" in dir; false when absent or unreadable.
     static bool readDebugFlag(const QDir& dir);
+    // All of "nasbrolt.json" in dir; defaults for what is absent or unusable.
+    static AppConfig readConfig(const QDir& dir);
 
     static constexpr int kSlimmingPeriodSecs = 600;
+    // A thread still busy after this (a tool that hangs) is left behind.
+    static constexpr int kQuitGraceMs = 5000;
     static constexpr qint64 kLogMaxSize = 134217728;
 
 private:

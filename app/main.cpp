@@ -4,9 +4,11 @@
 #include <QCoreApplication>
 
 #include <csignal>
+#include <unistd.h>
 
 // The daemon takes no options. SIGTERM, SIGINT and SIGHUP end the event loop;
-// the socket is then closed and the log written out before the process ends.
+// then every thread the daemon started is stopped and waited for, the socket
+// is closed and the log written out before the process ends.
 int main(int argc, char** argv)
 {
     int status = -1;
@@ -19,10 +21,16 @@ int main(int argc, char** argv)
         qunsetenv("QT_NO_GLIB");
         QuitSignals quit({SIGTERM, SIGINT, SIGHUP});
         AppData::create();
+        bool allEnded = false;
         if (IAppData()->start()) {
             status = app.exec();
-            IAppData()->shutdown(quit.received());
+            allEnded = IAppData()->shutdown(quit.received());
+        } else {
+            allEnded = IAppData()->stopThreads();
         }
+        // A thread stuck in a tool would run on into static destruction.
+        if (!allEnded)
+            ::_exit(status);
     }
     return status;
 }

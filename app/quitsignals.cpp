@@ -21,8 +21,15 @@ QuitSignals::QuitSignals(std::initializer_list<int> quitOn, QObject* parent) : Q
     action.sa_handler = &QuitSignals::handler;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    for (int s : quitOn)
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (int s : quitOn) {
         ::sigaction(s, &action, nullptr);
+        sigaddset(&blocked, s);
+    }
+    // A starter may hand them over blocked until the handler is in place; one
+    // that arrived meanwhile is delivered now and ends the loop once it runs.
+    ::pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
 }
 
 QuitSignals::~QuitSignals()

@@ -1,5 +1,7 @@
 #include "app/workthread.h"
 
+#include "gx2/gx2workers.h"
+
 #include <QElapsedTimer>
 
 #include <chrono>
@@ -27,7 +29,8 @@ void WorkThread::start()
         return;
     // Cleared here, not in the thread, so a stop() right after start() holds.
     stopping = false;
-    std::thread([this] { loop(); }).detach();
+    if (!GX2Workers::start(QStringLiteral("work thread"), [this] { loop(); }))
+        running = false; // the daemon is quitting
 }
 
 void WorkThread::stop()
@@ -48,13 +51,13 @@ void WorkThread::loop()
 {
     QElapsedTimer sinceCheck;
     sinceCheck.start();
-    while (!stopping.load()) {
+    while (!stopping.load() && !GX2Workers::stopping()) {
         if (sinceCheck.elapsed() >= checkPeriodMs) {
             if (housekeeper.needsCleaning(diskFreeRate()))
                 freeDiskOccupy();
             sinceCheck.restart();
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(lookPeriodMs));
+        GX2Workers::sleepFor(lookPeriodMs);
     }
     running = false;
 }

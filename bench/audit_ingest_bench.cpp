@@ -1,16 +1,23 @@
 // Samba audit ingest: starts the real daemon in a private root, watches one
-// directory, sends forwarded audit lines over UDP to 127.0.0.1:7100 (a paced
-// run, then one burst) and measures how many end up stored, how long the
-// store takes after the last datagram, the daemon's memory and UDP drops.
+// directory, sends forwarded audit lines over UDP to 127.0.0.1:7100 and
+// measures how many end up stored, how long the store takes after the last
+// datagram, the daemon's memory and UDP drops. Phases, in this order:
+//   paced        --rate N for --seconds S (default 10000/s for 20 s)
+//   fast         --fast-rate N for --seconds S (default 50000/s)
+//   loop busy    --rate N for --seconds S while another connection keeps the
+//                event loop busy with "smbaudit_log_loadby" pages of
+//                --busy-page records over the store the first phases filled
+//   burst        --burst N as fast as possible (default 200000)
+// then the daemon's memory a minute after the last phase (--rest S).
 //
-//   audit_ingest_bench [--rate N] [--seconds S] [--burst N] [--daemon PATH]
-//                      [--settle S] [--wait-max S] [--port-wait S] [--keep]
+//   audit_ingest_bench [--rate N] [--fast-rate N] [--seconds S] [--burst N]
+//                      [--busy-page N] [--rest S] [--daemon PATH] [--settle S]
+//                      [--wait-max S] [--port-wait S] [--keep]
 //
-// --rate 0 or --seconds 0 skips the paced run, --burst 0 the burst.
+// A rate, --seconds or --burst of 0 skips the phases that use it.
 
-#include "gx2/gx2localserver.h"
+#include "bench/benchsupport.h"
 #include "gx2/gx2rpcpacket.h"
-#include "lnx2/lnx2process.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -20,7 +27,6 @@
 #include <QHash>
 #include <QJsonArray>
 #include <QLocalSocket>
-#include <QTemporaryDir>
 #include <QThread>
 
 #include <arpa/inet.h>
@@ -28,6 +34,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -51,8 +58,11 @@ void onSignal(int)
 struct Options
 {
     int rate = 10000;
+    int fastRate = 50000;
     int seconds = 20;
     int burst = 200000;
+    int busyPage = 100000;
+    int rest = 60;
     int settle = 10; // seconds without growth that end the wait
     int waitMax = 0; // 0: derived from the count
     int portWait = 600;
@@ -63,7 +73,7 @@ struct Options
 Options parse(const QStringList& args)
 {
     Options o;
-    o.daemon = QCoreApplication::applicationDirPath() + QStringLiteral("/../nasbrolt");
+    o.daemon = benchDaemonPath();
     for (int i = 1; i < args.size(); ++i) {
         const QString& a = args[i];
         if (a == QLatin1String("--keep")) {
@@ -75,6 +85,12 @@ Options parse(const QStringList& args)
         const QString v = args[++i];
         if (a == QLatin1String("--rate"))
             o.rate = qMax(0, v.toInt());
+        else if (a == QLatin1String("--fast-rate"))
+            o.fastRate = qMax(0, v.toInt());
+        else if (a == QLatin1String("--busy-page"))
+            o.busyPage = qMax(1, v.toInt());
+        else if (a == QLatin1String("--rest"))
+            o.rest = qMax(0, v.toInt());
         else if (a == QLatin1String("--seconds"))
             o.seconds = qMax(0, v.toInt());
         else if (a == QLatin1String("--burst"))
@@ -100,58 +116,7 @@ double secondsBetween(Clock::time_point a, Clock::time_point b)
     return std::chrono::duration<double>(b - a).count();
 }
 
-// Substitute sudo: a calm df (so housekeeping never deletes anything), its
-// sibling substitutes for the tools it is asked to run, the rest itself.
-const char kSudo[] = R"sh(#!/bin/sh
-here="$(dirname "$0")"
-if [ "$1" = df ]; then
-    echo "Filesystem     1K-blocks    Used Available Use% Mounted on"
-    echo "/dev/vda1       10000000 5000000   5000000  50% /"
-    exit 0
-fi
-tool="$here/$(basename "$1")"
-if [ -x "$tool" ] && [ "$tool" != "$0" ]; then
-    shift
-    exec "$tool" "$@"
-fi
-exec "$@"
-)sh";
-
-// Never restart the machine's rsyslog.
-const char kSystemctl[] = "#!/bin/sh\nexit 0\n";
-
-bool writeScript(const QString& path, const char* text)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly) || f.write(text) < 0)
-        return false;
-    f.close();
-    return f.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-}
-
 // ---- /proc readings ------------------------------------------------------
-
-qint64 statusKb(qint64 pid, const char* key)
-{
-    QFile f(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    const QByteArray prefix = QByteArray(key) + ':';
-    for (const QByteArray& line : f.readAll().split('\n')) {
-        if (line.startsWith(prefix))
-            return line.mid(prefix.size()).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
-
-bool processGone(qint64 pid)
-{
-    if (::kill(pid_t(pid), 0) != 0)
-        return true;
-    // A zombie left to a parent that does not reap counts as gone.
-    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
-    return stat.open(QIODevice::ReadOnly) && stat.readAll().contains(") Z ");
-}
 
 // "Udp:" counters of /proc/net/snmp by name (system-wide, this namespace).
 QHash<QByteArray, qint64> udpSnmp()
@@ -224,105 +189,6 @@ QHash<QString, qint64> threadTicks(qint64 pid)
     }
     return out;
 }
-
-// ---- the daemon ------------------------------------------------------------
-
-class Daemon
-{
-public:
-    explicit Daemon(const QString& base) : base(base) {}
-    ~Daemon() { stop(); }
-
-    QString path(const char* relative) const
-    {
-        return base + QLatin1Char('/') + QLatin1String(relative);
-    }
-
-    bool start(const QString& program)
-    {
-        LNX2ProcRequest r;
-        r.mode = LNX2ProcMode::Detached;
-        r.program = program;
-        r.envRule = LNX2EnvRule::Set;
-        r.env = {{QStringLiteral("NASBROLT_ROOT"), path("root")},
-                 {QStringLiteral("TMPDIR"), path("tmp")},
-                 {QStringLiteral("NASBROLT_TOOLS"), path("tools")},
-                 // Substitutes first, also for tools named without a path.
-                 {QStringLiteral("PATH"),
-                  path("tools") + QLatin1Char(':') + qEnvironmentVariable("PATH")}};
-        r.startMs = 5000;
-        const LNX2ProcResult started = procRun(r);
-        if (!started.started || started.pid <= 0)
-            return false;
-        pid = started.pid;
-        QElapsedTimer t;
-        t.start();
-        while (t.elapsed() < 20000 && !processGone(pid)) {
-            if (connect())
-                return true;
-            QThread::msleep(50);
-        }
-        return false;
-    }
-
-    void stop()
-    {
-        if (pid <= 0)
-            return;
-        socket.abort();
-        if (!processGone(pid)) {
-            ::kill(pid_t(pid), SIGTERM);
-            QElapsedTimer t;
-            t.start();
-            while (!processGone(pid) && t.elapsed() < 20000)
-                QThread::msleep(50);
-            if (!processGone(pid)) {
-                std::printf("daemon ignored SIGTERM for 20 s, killing pid %lld\n", pid);
-                ::kill(pid_t(pid), SIGKILL);
-                while (!processGone(pid) && t.elapsed() < 25000)
-                    QThread::msleep(50);
-            }
-        }
-        pid = 0;
-    }
-
-    // One request, one answer; an empty packet when none came.
-    GX2RpcPacket request(const QString& cmd, const QJsonObject& params, int limitMs = 30000)
-    {
-        if (socket.state() != QLocalSocket::ConnectedState && !connect())
-            return {};
-        socket.write(GX2RpcPacket::make(cmd, 0, params).toDatagram());
-        socket.flush();
-        QElapsedTimer t;
-        t.start();
-        GX2RpcPacket answer;
-        while (answer.fromDatagram(buffer) != GX2RpcPacket::Taken) {
-            const int left = limitMs - int(t.elapsed());
-            if (left <= 0 || !socket.waitForReadyRead(left)) {
-                socket.abort();
-                buffer.clear();
-                return {};
-            }
-            buffer += socket.readAll();
-        }
-        return answer;
-    }
-
-    qint64 pid = 0;
-
-private:
-    bool connect()
-    {
-        socket.abort();
-        buffer.clear();
-        socket.connectToServer(path("tmp") + QLatin1Char('/') + QLatin1String(kBroltSocketName));
-        return socket.waitForConnected(500);
-    }
-
-    QString base;
-    QLocalSocket socket;
-    QByteArray buffer;
-};
 
 // ---- the sender -------------------------------------------------------------
 
@@ -422,7 +288,7 @@ struct Sampler
     void sample()
     {
         last = Clock::now();
-        rssPeakKb = qMax(rssPeakKb, statusKb(pid, "VmRSS"));
+        rssPeakKb = qMax(rssPeakKb, procStatusKb(pid, "VmRSS"));
         rxQueuePeak = qMax(rxQueuePeak, portState(kPort).rxQueue);
     }
     void maybe()
@@ -432,9 +298,9 @@ struct Sampler
     }
 };
 
-qint64 reccount(Daemon& d)
+qint64 reccount(BenchDaemon& d)
 {
-    const GX2RpcPacket answer = d.request(
+    const QJsonObject answer = d.request(
         QStringLiteral("smbaudit_log_loadby"),
         {{QStringLiteral("sadno"), 0}, {QStringLiteral("page"), 1}, {QStringLiteral("ofpage"), 1}});
     if (answer.isEmpty() || answer.value(QStringLiteral("err")).toInt(-1) != 0)
@@ -442,7 +308,7 @@ qint64 reccount(Daemon& d)
     return qint64(answer.value(QStringLiteral("reccount")).toDouble(-1));
 }
 
-void runPhase(const char* title, Daemon& d, Sender& s, const Options& o, qint64 count, int rate,
+void runPhase(const char* title, BenchDaemon& d, Sender& s, const Options& o, qint64 count, int rate,
               qint64& nextN)
 {
     std::printf("\n== %s ==\n", title);
@@ -538,8 +404,8 @@ void runPhase(const char* title, Daemon& d, Sender& s, const Options& o, qint64 
                 storedAtLastSend - storedBefore,
                 storeSecs > 0 ? double(stored - storedAtLastSend) / storeSecs : 0.0);
     std::printf("daemon memory    VmRSS sampled peak %.1f MiB, now %.1f MiB; VmHWM %.1f MiB\n",
-                double(sampler.rssPeakKb) / 1024.0, double(statusKb(d.pid, "VmRSS")) / 1024.0,
-                double(statusKb(d.pid, "VmHWM")) / 1024.0);
+                double(sampler.rssPeakKb) / 1024.0, double(procStatusKb(d.pid, "VmRSS")) / 1024.0,
+                double(procStatusKb(d.pid, "VmHWM")) / 1024.0);
     std::printf("UDP drops        port %u socket drops %lld (while sending %lld); "
                 "/proc/net/snmp RcvbufErrors +%lld, InErrors +%lld, InDatagrams +%lld "
                 "(system-wide)\n",
@@ -552,6 +418,124 @@ void runPhase(const char* title, Daemon& d, Sender& s, const Options& o, qint64 
     std::fflush(stdout);
 }
 
+// Keeps the daemon's event loop busy from its own connection with a real
+// command: pages of records from the store, built and sent on the loop.
+class LoopBusy
+{
+public:
+    LoopBusy(const QString& socketPath, int page)
+    {
+        worker = std::thread([this, socketPath, page] { run(socketPath, page); });
+    }
+    ~LoopBusy() { finish(); }
+
+    void finish()
+    {
+        stop = true;
+        if (worker.joinable())
+            worker.join();
+    }
+    void report() const
+    {
+        std::printf("loop busy        %lld \"smbaudit_log_loadby\" pages, the loop held %.1f s in "
+                    "all, longest %.2f s\n",
+                    requests.load(), double(busyUs.load()) / 1e6, double(longestUs.load()) / 1e6);
+    }
+
+private:
+    void run(const QString& socketPath, int page)
+    {
+        QLocalSocket socket;
+        socket.connectToServer(socketPath);
+        if (!socket.waitForConnected(5000))
+            return;
+        const QByteArray request =
+            GX2RpcPacket::make(QStringLiteral("smbaudit_log_loadby"), 0,
+                               {{QStringLiteral("sadno"), 0},
+                                {QStringLiteral("page"), 1},
+                                {QStringLiteral("ofpage"), page}})
+                .toDatagram();
+        QByteArray buffer;
+        while (!stop) {
+            QElapsedTimer t;
+            t.start();
+            socket.write(request);
+            socket.flush();
+            GX2RpcPacket answer;
+            while (!stop && answer.fromDatagram(buffer) != GX2RpcPacket::Taken) {
+                if (socket.waitForReadyRead(200))
+                    buffer += socket.readAll();
+                else if (socket.state() != QLocalSocket::ConnectedState)
+                    return;
+            }
+            const qint64 us = t.nsecsElapsed() / 1000;
+            busyUs += us;
+            longestUs = qMax<qint64>(longestUs, us);
+            ++requests;
+        }
+    }
+
+    std::atomic<bool> stop{false};
+    std::atomic<qint64> requests{0};
+    std::atomic<qint64> busyUs{0};
+    std::atomic<qint64> longestUs{0};
+    std::thread worker;
+};
+
+void rest(BenchDaemon& daemon, int seconds)
+{
+    if (seconds <= 0)
+        return;
+    std::printf("\n== rest: %d s without traffic ==\n", seconds);
+    std::fflush(stdout);
+    for (int i = 0; i < seconds * 10 && !interrupted; ++i)
+        QThread::msleep(100);
+    std::printf("daemon memory    VmRSS %.1f MiB a minute after the last phase (VmHWM %.1f MiB)\n",
+                double(procStatusKb(daemon.pid, "VmRSS")) / 1024.0,
+                double(procStatusKb(daemon.pid, "VmHWM")) / 1024.0);
+}
+
+void runPhases(BenchDaemon& daemon, Sender& sender, const Options& o, const QString& socketPath)
+{
+    qint64 n = 0;
+    const auto paced = [&](const char* what, int rate) {
+        const QByteArray title =
+            QStringLiteral("%1: %2/s for %3 s").arg(QLatin1String(what)).arg(rate).arg(o.seconds).toLatin1();
+        runPhase(title.constData(), daemon, sender, o, qint64(rate) * o.seconds, rate, n);
+    };
+    if (o.rate > 0 && o.seconds > 0 && !interrupted)
+        paced("paced", o.rate);
+    if (o.fastRate > 0 && o.seconds > 0 && !interrupted)
+        paced("fast", o.fastRate);
+    if (o.rate > 0 && o.seconds > 0 && !interrupted) {
+        LoopBusy busy(socketPath, o.busyPage);
+        paced("loop busy", o.rate);
+        busy.finish();
+        busy.report();
+    }
+    if (o.burst > 0 && !interrupted) {
+        const QByteArray title =
+            QStringLiteral("burst: %1 as fast as possible").arg(o.burst).toLatin1();
+        runPhase(title.constData(), daemon, sender, o, o.burst, 0, n);
+    }
+    rest(daemon, o.rest);
+}
+
+bool waitForFreePort(const Options& o)
+{
+    // Another program on the port would take our datagrams.
+    QElapsedTimer portTimer;
+    portTimer.start();
+    while (portState(kPort).sockets > 0) {
+        if (interrupted || portTimer.elapsed() > qint64(o.portWait) * 1000)
+            return false;
+        std::printf("UDP port %u in use, waiting...\n", unsigned(kPort));
+        std::fflush(stdout);
+        QThread::sleep(5);
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -560,104 +544,50 @@ int main(int argc, char** argv)
     const Options o = parse(app.arguments());
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
-
     if (!QFileInfo(o.daemon).isExecutable()) {
         std::fprintf(stderr, "audit_ingest_bench: no daemon at %s (use --daemon)\n",
                      qPrintable(o.daemon));
         return 1;
     }
-
-    // Another program on the port would take our datagrams.
-    QElapsedTimer portTimer;
-    portTimer.start();
-    while (portState(kPort).sockets > 0) {
-        if (interrupted || portTimer.elapsed() > qint64(o.portWait) * 1000) {
-            std::fprintf(stderr, "audit_ingest_bench: UDP port %u stays in use\n", unsigned(kPort));
-            return 1;
-        }
-        std::printf("UDP port %u in use, waiting...\n", unsigned(kPort));
-        std::fflush(stdout);
-        QThread::sleep(5);
-    }
-
-    QTemporaryDir base(QDir::tempPath() + QStringLiteral("/audit_ingest_bench-XXXXXX"));
-    base.setAutoRemove(!o.keep);
-    if (!base.isValid())
+    if (!waitForFreePort(o)) {
+        std::fprintf(stderr, "audit_ingest_bench: UDP port %u stays in use\n", unsigned(kPort));
         return 1;
-    const QString share = base.filePath(QStringLiteral("share"));
+    }
+    BenchSandbox box("audit_ingest_bench", o.keep);
+    const QString share = box.path(QStringLiteral("share"));
     const QString watched = share + QStringLiteral("/watched");
-    bool made = true;
-    for (const char* d : {"root/etc", "tmp", "tools"})
-        made = made && QDir(base.path()).mkpath(QString::fromLatin1(d));
-    // The directory exists as given and also below the private root.
-    made = made && QDir().mkpath(watched) &&
-           QDir().mkpath(base.filePath(QStringLiteral("root")) + watched);
-    made = made && writeScript(base.filePath(QStringLiteral("tools/sudo")), kSudo) &&
-           writeScript(base.filePath(QStringLiteral("tools/systemctl")), kSystemctl);
-    if (!made) {
-        std::fprintf(stderr, "audit_ingest_bench: cannot prepare %s\n", qPrintable(base.path()));
+    BenchDaemon daemon(box);
+    if (!box.ok() || !QDir().mkpath(watched) ||
+        !daemon.start(QFileInfo(o.daemon).absoluteFilePath())) {
+        std::fprintf(stderr, "audit_ingest_bench: the daemon did not start listening\n");
         return 1;
     }
+    std::printf("audit ingest benchmark: daemon pid %lld, root %s, %d CPUs\n", daemon.pid,
+                qPrintable(box.path()), QThread::idealThreadCount());
+    // The collector binds the port during start-up.
+    QElapsedTimer bindTimer;
+    bindTimer.start();
+    while (portState(kPort).sockets == 0 && bindTimer.elapsed() < 5000)
+        QThread::msleep(50);
+    const QJsonObject added = daemon.request(QStringLiteral("smbaudit_dir_append"),
+                                             {{QStringLiteral("dirs"), QJsonArray{watched}}});
+    const int err = added.value(QStringLiteral("err")).toInt(-1);
+    std::printf("watched directory %s: err %d%s\n", qPrintable(watched), err,
+                err == 0 ? "" : " (records will not be kept)");
+    std::fflush(stdout);
 
-    int rc = 0;
-    {
-        Daemon daemon(base.path());
-        if (!daemon.start(QFileInfo(o.daemon).absoluteFilePath())) {
-            std::fprintf(stderr, "audit_ingest_bench: the daemon did not start listening\n");
-            return 1;
-        }
-        std::printf("audit ingest benchmark: daemon pid %lld, root %s\n", daemon.pid,
-                    qPrintable(base.path()));
-        std::printf(
-            "rmem_default %s bytes, %d CPUs\n",
-            [] {
-                QFile f(QStringLiteral("/proc/sys/net/core/rmem_default"));
-                return f.open(QIODevice::ReadOnly) ? f.readAll().trimmed() : QByteArray("?");
-            }()
-                .constData(),
-            QThread::idealThreadCount());
-
-        // The collector binds the port during start-up.
-        QElapsedTimer bindTimer;
-        bindTimer.start();
-        while (portState(kPort).sockets == 0 && bindTimer.elapsed() < 5000)
-            QThread::msleep(50);
-        std::printf("collector port %u %s\n", unsigned(kPort),
-                    portState(kPort).sockets > 0 ? "bound" : "NOT bound (datagrams will be lost)");
-
-        const GX2RpcPacket added = daemon.request(QStringLiteral("smbaudit_dir_append"),
-                                                  {{QStringLiteral("dirs"), QJsonArray{watched}}});
-        const int err = added.isEmpty() ? -1 : added.value(QStringLiteral("err")).toInt(-1);
-        std::printf("watched directory %s: err %d%s\n", qPrintable(watched), err,
-                    err == 0 ? "" : " (records will not be kept)");
-        if (reccount(daemon) < 0)
-            std::printf("smbaudit_log_loadby does not answer a count; stored figures read 0\n");
-        std::fflush(stdout);
-
-        Sender sender(QFile::encodeName(share), QFile::encodeName(watched));
-        if (!sender.ok()) {
-            std::fprintf(stderr, "audit_ingest_bench: no UDP socket\n");
-            rc = 1;
-        } else {
-            qint64 n = 0;
-            if (o.rate > 0 && o.seconds > 0 && !interrupted) {
-                const QByteArray title =
-                    QStringLiteral("paced: %1/s for %2 s").arg(o.rate).arg(o.seconds).toLatin1();
-                runPhase(title.constData(), daemon, sender, o, qint64(o.rate) * o.seconds, o.rate,
-                         n);
-            }
-            if (o.burst > 0 && !interrupted) {
-                const QByteArray title =
-                    QStringLiteral("burst: %1 as fast as possible").arg(o.burst).toLatin1();
-                runPhase(title.constData(), daemon, sender, o, o.burst, 0, n);
-            }
-        }
-        std::printf("\ndaemon peak memory (VmHWM) %.1f MiB\n",
-                    double(statusKb(daemon.pid, "VmHWM")) / 1024.0);
-        daemon.stop();
-        std::printf("daemon stopped%s\n", o.keep ? "" : ", temporary root removed");
-        if (o.keep)
-            std::printf("kept %s\n", qPrintable(base.path()));
+    Sender sender(QFile::encodeName(share), QFile::encodeName(watched));
+    if (!sender.ok()) {
+        std::fprintf(stderr, "audit_ingest_bench: no UDP socket\n");
+        return 1;
     }
-    return interrupted ? 130 : rc;
+    runPhases(daemon, sender, o, box.socketPath());
+    std::printf("\ndaemon peak memory (VmHWM) %.1f MiB\n",
+                double(procStatusKb(daemon.pid, "VmHWM")) / 1024.0);
+    const int status = daemon.stop();
+    std::printf("daemon stopped, exit status %d%s\n", status,
+                o.keep ? "" : ", temporary root removed");
+    if (o.keep)
+        std::printf("kept %s\n", qPrintable(box.path()));
+    return interrupted ? 130 : 0;
 }

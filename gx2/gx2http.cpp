@@ -1,5 +1,7 @@
 #include "gx2/gx2http.h"
 
+#include "gx2/gx2workers.h"
+
 #include <QFile>
 #include <QJsonDocument>
 
@@ -105,10 +107,10 @@ bool curlHttpPost(QJsonObject& answer, const QString& url, const QJsonObject& re
 
 void curlHttpGet(const QString& url, int timeout)
 {
-    std::thread([url, timeout] {
+    GX2Workers::start(QStringLiteral("http get"), [url, timeout] {
         QByteArray ignored;
         curlHttpGet(ignored, url, timeout);
-    }).detach();
+    });
 }
 
 bool curlHttpDownload(const QString& url, const QString& path)

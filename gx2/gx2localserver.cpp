@@ -82,10 +82,11 @@ void GX2LocalServer::guardSocketFile()
                         .arg(group));
         return;
     }
+    // Until here only the owner could connect; the group comes in last.
+    ::chmod(path.constData(), 0660);
     const uid_t owner = ::geteuid() == 0 ? 0 : uid_t(-1);
     if (::chown(path.constData(), owner, groupId) != 0)
         GX2LOG_WARN(QStringLiteral("cannot give the socket to group %1").arg(group));
-    ::chmod(path.constData(), 0660);
 }
 
 void GX2LocalServer::stop()

@@ -4,8 +4,6 @@
 #include <QMessageAuthenticationCode>
 #include <QVector>
 
-#include <apt-pkg/debversion.h>
-
 #include <cmath>
 #include <limits>
 
@@ -176,14 +174,6 @@ int compareVersion(const QString& a, const QString& b)
 int compareFourInt(const QString& a, const QString& b)
 {
     return compareVersion(a, b);
-}
-
-int cmpVersion(const QString& a, const QString& b)
-{
-    const QByteArray ua = a.toUtf8();
-    const QByteArray ub = b.toUtf8();
-    return debVS.DoCmpVersion(ua.constData(), ua.constData() + ua.size(), ub.constData(),
-                              ub.constData() + ub.size());
 }
 
 bool ipv4Valid(const QString& text)

@@ -9,16 +9,21 @@
 #include <QElapsedTimer>
 #include <QJsonArray>
 
+#include <malloc.h>
+
 namespace {
 
 const char kEngineScript[] = ":/res/smbaudit_engine.sql";
 
-// Within a cycle the collector naps; while a backlog waits it pauses between
-// batches (and between attempts to reopen a moved database).
+// Within a cycle the collector naps; it pauses while the commands hold the
+// database (and between attempts to reopen a moved database). A backlog is
+// stored batch after batch without a pause.
 constexpr int kNapMs = 2000;
 constexpr int kBacklogPauseMs = 1000;
-constexpr int kBatchSize = 1000;
 constexpr int kBacklog = 100;
+// After a backlog this large has been stored, its memory goes back.
+constexpr int kTrimAfter = 10000;
+constexpr qint64 kDropReportMs = 60000;
 constexpr int kReopenAttempts = 5;
 constexpr int kBusyWaitMs = 5000;
 // A move across file systems copies the whole database.
@@ -89,14 +94,18 @@ void SmbAuditRouter::run()
     }
     QElapsedTimer cycle;
     cycle.start();
+    QElapsedTimer sinceDropReport;
+    sinceDropReport.start();
     for (;;) {
         waitAtGate();
         if (stopRequested)
             break;
         if (moveRequested)
             moveStore();
-        if (cycle.elapsed() < cycleMs) {
-            pause(napMs(cycleMs));
+        reportDropped(sinceDropReport);
+        const qint64 left = cycleMs - cycle.elapsed();
+        if (left > 0 && queueCount < kBatchSize) {
+            pause(int(qMin<qint64>(napMs(cycleMs), left)), true);
             continue;
         }
         cycle.restart();
@@ -106,7 +115,10 @@ void SmbAuditRouter::run()
             retain(lastRetention);
     }
     {
+        // What was received before the stop is stored, not lost.
         QWriteLocker guard(&dbLock);
+        while (queueCount > 0 && db.isOpen())
+            appendBatch();
         db.close();
     }
     running = false; // the last touch of this object: stop() may destroy it next
@@ -143,34 +155,53 @@ void SmbAuditRouter::reopenStore()
 
 void SmbAuditRouter::drain()
 {
-    for (;;) {
+    const bool large = queueCount >= kTrimAfter;
+    while (!stopRequested) {
         // Never wait for the commands' readers: a small queue can wait a cycle.
         if (!dbLock.tryLockForWrite()) {
-            if (queueCount <= kBacklog || stopRequested)
-                return;
+            if (queueCount <= kBacklog)
+                break;
             pause(backlogPauseMs(cycleMs));
             continue;
         }
         appendBatch();
         dbLock.unlock();
         if (queueCount <= kBacklog)
-            return;
-        pause(backlogPauseMs(cycleMs));
+            break;
     }
+    // The queue's nodes and texts were freed one by one; hand the pages back.
+    if (large)
+        ::malloc_trim(0);
 }
 
 void SmbAuditRouter::appendBatch()
 {
     int changes = 0;
     int lastId = 0;
+    const QString append = QStringLiteral("smbaudit_log_append");
+    QByteArray datagram;
     QJsonObject record;
     db.transactionBegin();
-    for (int n = 0; n < kBatchSize && queue.dequeue(record); ++n) {
+    for (int n = 0; n < kBatchSize && queue.dequeue(datagram); ++n) {
         --queueCount;
-        db.call(changes, lastId, QStringLiteral("smbaudit_log_append"), record);
+        // UTF-8: file names in the messages are not Latin-1.
+        if (take(record, QString::fromUtf8(datagram)))
+            db.call(changes, lastId, append, record);
     }
     if (!db.transactionCommit())
         GX2LOG_WARN(QStringLiteral("audit batch not committed: ") + db.lastError());
+}
+
+void SmbAuditRouter::reportDropped(QElapsedTimer& sinceReport)
+{
+    if (sinceReport.elapsed() < kDropReportMs)
+        return;
+    sinceReport.restart();
+    const qint64 lost = dropped.exchange(0);
+    if (lost > 0)
+        GX2LOG_WARN(QStringLiteral("audit queue full (%1 waiting): %2 datagrams dropped")
+                        .arg(queueLimit.load())
+                        .arg(lost));
 }
 
 void SmbAuditRouter::retain(QDate& lastRetention)

@@ -4,6 +4,7 @@
 #include "gx2/gx2file.h"
 #include "gx2/gx2syspath.h"
 #include "gx2/gx2utils.h"
+#include "gx2/gx2workers.h"
 #include "lnx2/lnx2process.h"
 #include "routers/smbauditcsv.h"
 
@@ -264,26 +265,75 @@ void SmbAuditRouter::smbaudit_log_export(GX2RpcPacket* retObject, GX2RpcPacket)
 
 void SmbAuditRouter::smbaudit_log_saveas(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
+    {
+        QReadLocker locker(&dbLock);
+        if (!db.isOpen())
+            return answer(retObject, kErrNotOpen);
+    }
+    // Writing out a whole store takes seconds: answered when the file is there.
     const QJsonObject params = paramsOf(cmdObject);
+    const GX2Deferred later = retObject->answerLater();
+    beginExport();
+    const bool started = GX2Workers::start(QStringLiteral("audit csv export"), [this, params, later] {
+        later.answer(saveAs(params));
+        endExport();
+    });
+    if (!started) {
+        endExport();
+        GX2RpcPacket refused;
+        answer(&refused, kErrFailed);
+        later.answer(refused);
+    }
+}
+
+GX2RpcPacket SmbAuditRouter::saveAs(const QJsonObject& params)
+{
+    GX2RpcPacket result;
     QReadLocker locker(&dbLock);
-    if (!db.isOpen())
-        return answer(retObject, kErrNotOpen);
+    if (!db.isOpen()) {
+        answer(&result, kErrNotOpen);
+        return result;
+    }
     const Outcome all =
         runSql(db, "smbaudit_log_export",
                {{QStringLiteral("sadno"), toInt(params.value(QStringLiteral("sadno")))}});
     locker.unlock(); // writing and linking the file run tools
-    if (!all.ok)
-        return answer(retObject, kErrDatabase);
+    if (!all.ok) {
+        answer(&result, kErrDatabase);
+        return result;
+    }
     const bool chinese = smbauditIsChinese(toString(params.value(QStringLiteral("language"))));
     const QString name = smbauditCsvName(QDateTime::currentDateTime());
     const QString file = sysPath(QStringLiteral("/tmp/")) + name;
     QJsonArray records;
     for (const QJsonValue& row : all.rows)
         records.append(logByFields(row.toObject()));
-    if (!writeFile(file, smbauditCsv(records, chinese)))
-        return answer(retObject, kErrWriteFailed);
+    if (!writeFile(file, smbauditCsv(records, chinese))) {
+        answer(&result, kErrWriteFailed);
+        return result;
+    }
     linkAt(file, sysPath(QString::fromLatin1(kSharesDir)) + name);
-    answer(retObject, {{QStringLiteral("path"), QStringLiteral("/shares/") + name}});
+    answer(&result, {{QStringLiteral("path"), QStringLiteral("/shares/") + name}});
+    return result;
+}
+
+void SmbAuditRouter::beginExport()
+{
+    std::lock_guard<std::mutex> guard(exportLock);
+    ++exportsRunning;
+}
+
+void SmbAuditRouter::endExport()
+{
+    std::lock_guard<std::mutex> guard(exportLock);
+    --exportsRunning;
+    exportsDone.notify_all();
+}
+
+void SmbAuditRouter::waitExports()
+{
+    std::unique_lock<std::mutex> guard(exportLock);
+    exportsDone.wait(guard, [this] { return exportsRunning == 0; });
 }
 
 QJsonObject SmbAuditRouter::logByFields(const QJsonObject& row) const

@@ -5,6 +5,7 @@
 #include "gx2/gx2logger.h"
 #include "gx2/gx2syspath.h"
 #include "gx2/gx2utils.h"
+#include "gx2/gx2workers.h"
 #include "lnx2/lnx2process.h"
 #include "res/resources.h"
 #include "routers/rsyslogconf.h"
@@ -29,22 +30,6 @@ constexpr int kStopPollMs = 25;
 constexpr int kRestartStartMs = 5000;
 constexpr int kRestartFinishMs = 30000;
 
-// The next datagram trimmed and cut at its first NUL; empty ones give "".
-QByteArray nextDatagram(QUdpSocket& socket)
-{
-    const qint64 size = socket.pendingDatagramSize();
-    QByteArray data(int(qMax<qint64>(size, 0)), Qt::Uninitialized);
-    const qint64 read = socket.readDatagram(data.data(), data.size());
-    if (size < 1 || read < 1)
-        return QByteArray();
-    data.truncate(int(read));
-    data = data.trimmed();
-    const int nul = data.indexOf('\0');
-    if (nul >= 0)
-        data.truncate(nul);
-    return data;
-}
-
 } // namespace
 
 SmbAuditRouter::SmbAuditRouter(QObject* parent) : GX2TodoRouter(parent)
@@ -52,7 +37,6 @@ SmbAuditRouter::SmbAuditRouter(QObject* parent) : GX2TodoRouter(parent)
     initResources();
     db.loadSqlCreator(QString::fromLatin1(kCreatorScript));
     m_storageFile = defaultStorageFile();
-    connect(&udpSocket, &QUdpSocket::readyRead, this, &SmbAuditRouter::udpReadyRead);
 }
 
 QString SmbAuditRouter::defaultStorageFile()
@@ -62,6 +46,7 @@ QString SmbAuditRouter::defaultStorageFile()
 
 SmbAuditRouter::~SmbAuditRouter()
 {
+    waitExports();
     stop();
 }
 
@@ -102,22 +87,33 @@ int SmbAuditRouter::start(short port)
 {
     stop();
     loadConfig();
-    if (!udpSocket.bind(quint16(port)))
+    if (!receiver.bind(quint16(port)))
         return 0;
     // Cleared here rather than by the thread, so that a stop() arriving
     // before the thread runs is not lost.
     stopRequested = false;
     running = true;
-    std::thread(&SmbAuditRouter::run, this).detach();
+    if (!GX2Workers::start(QStringLiteral("audit collector"), [this] { run(); })) {
+        running = false; // the daemon is quitting
+        receiver.close();
+        return 0;
+    }
+    receiver.start([this] { udpReadyRead(); });
     return 1;
+}
+
+void SmbAuditRouter::requestStop()
+{
+    receiver.requestStop();
+    stopRequested = true;
+    resume();
+    wakeCollector(); // cuts a nap short
 }
 
 void SmbAuditRouter::stop()
 {
-    udpSocket.close();
-    stopRequested = true;
-    resume();
-    wakeCollector(); // cuts a nap short
+    receiver.close();
+    requestStop();
     while (running)
         std::this_thread::sleep_for(std::chrono::milliseconds(kStopPollMs));
 }
@@ -149,24 +145,39 @@ void SmbAuditRouter::waitAtGate()
     gateOpen.wait(gate, [this] { return !suspended || stopRequested; });
 }
 
-void SmbAuditRouter::pause(int ms)
+void SmbAuditRouter::pause(int ms, bool wakeOnBacklog)
 {
     std::unique_lock<std::mutex> gate(runGate);
-    gateOpen.wait_for(gate, std::chrono::milliseconds(ms), [this] { return stopRequested.load(); });
+    gateOpen.wait_for(gate, std::chrono::milliseconds(ms), [this, wakeOnBacklog] {
+        return stopRequested || (wakeOnBacklog && queueCount >= kBatchSize);
+    });
 }
 
 void SmbAuditRouter::udpReadyRead()
 {
-    while (udpSocket.hasPendingDatagrams()) {
-        const QByteArray text = nextDatagram(udpSocket);
-        QJsonObject record;
-        // UTF-8: file names in the messages are not Latin-1.
-        if (!text.isEmpty() && take(record, QString::fromUtf8(text))) {
-            queue.enqueue(record);
-            ++queueCount;
-        }
-    }
+    receiver.readPending([this](const char* data, int size) { enqueue(data, size); });
     resume();
+}
+
+void SmbAuditRouter::enqueue(const char* data, int size)
+{
+    if (size < 1)
+        return;
+    if (queueCount >= queueLimit) {
+        ++dropped;
+        ++droppedTotal;
+        return;
+    }
+    QByteArray text = QByteArray(data, size).trimmed();
+    const int nul = text.indexOf('\0');
+    if (nul >= 0)
+        text.truncate(nul);
+    if (text.isEmpty())
+        return;
+    queue.enqueue(std::move(text));
+    // A full batch is waiting: the collector need not finish its nap.
+    if (++queueCount == kBatchSize)
+        wakeCollector();
 }
 
 bool SmbAuditRouter::take(QJsonObject& record, const QString& line)

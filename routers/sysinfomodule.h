@@ -12,15 +12,15 @@ public:
     explicit SysInfoModule(QObject* parent = nullptr);
 
     NASLog& eventLog() { return naslog; }
+    // Stores the appends waiting for their turn of the loop (also at quit):
+    // the appends of one turn go into one transaction.
+    void storeAppends();
 
 private slots:
     void naslog_append(GX2RpcPacket* retObject, GX2RpcPacket cmdObject);
     void naslog_recent(GX2RpcPacket* retObject, GX2RpcPacket cmdObject);
 
 private:
-    // Appends that arrived in one turn of the event loop are stored together.
-    void storeAppends();
-
     NASLog naslog;
     QList<QJsonObject> appends;
     QList<GX2Deferred> appendAnswers;

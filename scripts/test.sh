@@ -19,7 +19,7 @@ run_flavour() {
         return
     fi
     echo "=== $flavour tests ==="
-    if ! ctest --test-dir "$dir" --output-on-failure -j "$(nproc)" "$@"; then
+    if ! ctest --test-dir "$dir" --output-on-failure --timeout 300 -j "$(nproc)" "$@"; then
         status=1
     fi
 }

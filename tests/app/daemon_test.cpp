@@ -1,74 +1,45 @@
-// The real nasbrolt binary in a temporary root, driven through nasbroltctl.
+// The real nasbrolt binary in a temporary root: its life from start to quit,
+// what it keeps across restarts, and what a crash leaves.
 
-#include "lnx2/lnx2process.h"
-#include "tests/support/processes.h"
+#include "gx2/gx2dbsqlite.h"
+#include "tests/app/daemonfixture.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
-#include <QTemporaryDir>
+#include <QThread>
+#include <QUdpSocket>
 
-#include <gtest/gtest.h>
-
+#include <atomic>
 #include <csignal>
+#include <sys/wait.h>
+#include <thread>
 
 namespace {
 
 const QString kSocket = QStringLiteral("QUILLO_BROLT_TELMAR_ORVO");
 
-class DaemonTest : public ::testing::Test
+// A tool that says it started, then waits (at most 30 s) for "release".
+QByteArray heldTool(const char* real)
 {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(base.isValid());
-        for (const char* d : {"root", "tmp", "tools"})
-            ASSERT_TRUE(QDir(base.path()).mkpath(QString::fromLatin1(d)));
-        ASSERT_TRUE(writeSubstituteTools(path(QStringLiteral("tools"))));
-    }
+    return QByteArray("#!/bin/sh\nd=\"$(dirname \"$0\")\"\necho $$ > \"$d/") + real +
+           ".started\"\nn=0\nwhile [ ! -e \"$d/release\" ] && [ $n -lt 600 ]; do sleep 0.05; "
+           "n=$((n+1)); done\nexec /bin/" +
+           real + " \"$@\"\n";
+}
 
-    void TearDown() override
-    {
-        if (pid > 0 && !processGone(pid)) {
-            ::kill(pid_t(pid), SIGKILL);
-            waitUntil([this] { return processGone(pid); }, 5000);
-        }
-    }
-
-    QString path(const QString& relative) const { return base.filePath(relative); }
-
-    LNX2ProcRequest daemonRequest(const QString& program, const QStringList& args) const
-    {
-        return sandboxRequest(base.path(), program, args);
-    }
-
-    void startDaemon()
-    {
-        pid = startSandboxDaemon(base.path());
-        ASSERT_GT(pid, 0);
-        ASSERT_TRUE(sandboxListening(base.path(), 20000)) << "the daemon did not start listening";
-    }
-
-    void stopDaemon()
-    {
-        ASSERT_EQ(::kill(pid_t(pid), SIGTERM), 0);
-        EXPECT_TRUE(waitUntil([this] { return processGone(pid); }, 10000)) << "SIGTERM ignored";
-        pid = 0;
-    }
-
-    LNX2ProcResult ctl(const QStringList& args) const
-    {
-        return procRun(daemonRequest(QStringLiteral(NASBROLT_BUILD_DIR "/nasbroltctl"), args));
-    }
-
-    QByteArray file(const QString& relative) const { return readFile(path(relative)); }
-
-    QTemporaryDir base;
-    qint64 pid = 0;
-};
+QJsonArray rows(const QString& dbPath, const QString& sql)
+{
+    GX2DBSqlite db;
+    QJsonArray out;
+    int changes = 0;
+    int lastId = 0;
+    if (db.openOnly(dbPath))
+        db.exec(changes, lastId, out, sql, {});
+    return out;
+}
 
 } // namespace
 
@@ -90,6 +61,7 @@ TEST_F(DaemonTest, AnswersLogsAndEndsOnSigterm)
     const QByteArray log = file(QStringLiteral("root/var/log/nasbrolt.log"));
     EXPECT_TRUE(log.contains("\t[INFO]\tnasbrolt startup...\n")) << log.constData();
     EXPECT_TRUE(log.contains("nasbrolt shutdown (signal 15)")) << log.constData();
+    EXPECT_FALSE(log.contains("quit without waiting")) << log.constData();
     // Housekeeping measured the root file system once at start.
     EXPECT_TRUE(file(QStringLiteral("tools/sudo.log")).contains("df\n"));
     // rsyslog was pointed at the audit collector and restarted.
@@ -110,10 +82,7 @@ TEST_F(DaemonTest, IdentifierIsCreatedOnceAndKept)
     stopDaemon();
     EXPECT_EQ(file(QStringLiteral("root/orvo/etc/osuuid")), made);
 
-    QFile own(path(QStringLiteral("root/orvo/etc/osuuid")));
-    ASSERT_TRUE(own.open(QIODevice::WriteOnly));
-    own.write(" machine-7\n");
-    own.close();
+    write(QStringLiteral("root/orvo/etc/osuuid"), " machine-7\n");
     startDaemon();
     stopDaemon();
     EXPECT_EQ(file(QStringLiteral("root/orvo/etc/osuuid")), QByteArray(" machine-7\n"));
@@ -125,8 +94,7 @@ TEST_F(DaemonTest, ListenFailureIsLoggedAndTheProcessStillStops)
     // counts as a start, so the daemon runs on without a socket.
     const QString blocked = path(QStringLiteral("tmp/")) + kSocket;
     ASSERT_TRUE(QDir().mkpath(blocked + QStringLiteral("/keep")));
-    pid = startSandboxDaemon(base.path());
-    ASSERT_GT(pid, 0);
+    ASSERT_TRUE(startSandboxDaemon(daemon, base.path()));
     ASSERT_TRUE(waitUntil(
         [&] { return file(QStringLiteral("root/var/log/nasbrolt.log")).contains("[ERROR]"); },
         20000));
@@ -167,5 +135,107 @@ TEST_F(DaemonTest, EventLogWorksThroughTheSocketAndSurvivesARestart)
     startDaemon();
     EXPECT_EQ(newest(), expected);
     stopDaemon();
-    EXPECT_TRUE(QFile::exists(path(QStringLiteral("root/var/lib/orvolog/orvolog.db"))));
+    const QJsonArray mode = rows(path(QStringLiteral("root/var/lib/orvolog/orvolog.db")),
+                                 QStringLiteral("PRAGMA journal_mode"));
+    EXPECT_EQ(mode.first().toObject().value(QStringLiteral("journal_mode")), QStringLiteral("wal"));
+}
+
+TEST_F(DaemonTest, AToolThatHangsDoesNotHoldTheQuit)
+{
+    // The collector moves its database with "mv"; this one never finishes by itself.
+    tool(QStringLiteral("mv"), heldTool("mv"));
+    ASSERT_TRUE(QDir().mkpath(path(QStringLiteral("store"))));
+    startDaemon();
+    ASSERT_EQ(ctl({QStringLiteral("smbaudit_dir_loadby")}).exitCode, 0);
+    const LNX2ProcResult saved =
+        ctl({QStringLiteral("smbaudit_config_save"),
+             QStringLiteral("storagedir=") + path(QStringLiteral("store")), QStringLiteral("savedays:=0")});
+    ASSERT_EQ(saved.exitCode, 0) << saved.err.constData();
+    ASSERT_TRUE(waitUntil([&] { return QFile::exists(path(QStringLiteral("tools/mv.started"))); },
+                          20000));
+    const qint64 mvPid = file(QStringLiteral("tools/mv.started")).trimmed().toLongLong();
+
+    stopDaemon(20000);
+    const QByteArray log = file(QStringLiteral("root/var/log/nasbrolt.log"));
+    EXPECT_TRUE(log.contains("quit without waiting for: audit collector; children still running: "
+                             "pid ")) << log.constData();
+    EXPECT_TRUE(log.contains(QStringLiteral(": mv -f %1").arg(path(QStringLiteral("root"))).toUtf8()))
+        << log.constData();
+    EXPECT_TRUE(log.contains("nasbrolt shutdown (signal 15)"));
+
+    // The daemon left its child behind; the test ends what it set going.
+    write(QStringLiteral("tools/release"), "");
+    if (mvPid > 0 && !waitUntil([&] { return processGone(mvPid); }, 5000))
+        ::kill(pid_t(mvPid), SIGKILL);
+}
+
+TEST_F(DaemonTest, AKilledDaemonLeavesSoundDatabases)
+{
+    ASSERT_TRUE(QDir().mkpath(path(QStringLiteral("share/watched"))));
+    startDaemon();
+    ASSERT_EQ(ctl({QStringLiteral("smbaudit_dir_append"),
+                   QStringLiteral("dirs:=[\"%1\"]").arg(path(QStringLiteral("share/watched")))})
+                  .exitCode,
+              0);
+
+    // Event-log appends and audit datagrams flow while the daemon is killed.
+    std::atomic<bool> stop{false};
+    std::atomic<int> acknowledged{0};
+    std::thread appender([&] {
+        RawClient client(socketPath());
+        for (int i = 0; !stop && client.connected(); ++i) {
+            client.send(QJsonObject{{"cmd", "naslog_append"},
+                                    {"params", QJsonObject{{"level", "Information"},
+                                                           {"description", QString::number(i)}}}});
+            if (client.answer(5000).value(QStringLiteral("err")).toInt(-1) != 0)
+                break;
+            ++acknowledged;
+        }
+    });
+    QUdpSocket sender;
+    const QByteArray line = "2026-11-25 10:00:00 nas smbd_audit:  alice|users|10.0.0.5|pc1|" +
+                            QFile::encodeName(path(QStringLiteral("share"))) +
+                            "|share|unlinkat|ok|" +
+                            QFile::encodeName(path(QStringLiteral("share/watched/f.txt")));
+    for (int i = 0; i < 3000; ++i) {
+        sender.writeDatagram(line, QHostAddress::LocalHost, 7100);
+        if (i % 500 == 0)
+            QThread::msleep(20);
+    }
+    // Stored records the daemon has already reported.
+    int reported = 0;
+    waitUntil(
+        [&] {
+            reported = QJsonDocument::fromJson(ctl({QStringLiteral("-r"),
+                                                    QStringLiteral("smbaudit_log_loadby"),
+                                                    QStringLiteral("sadno:=0")})
+                                                   .out)
+                           .object()
+                           .value(QStringLiteral("reccount"))
+                           .toInt();
+            return reported > 0 && acknowledged > 200;
+        },
+        20000);
+    EXPECT_GT(reported, 0);
+    const int appended = acknowledged;
+    ::kill(pid_t(daemon.pid), SIGKILL);
+    stop = true;
+    appender.join();
+    ASSERT_TRUE(daemon.ended(10000));
+
+    const QString naslog = path(QStringLiteral("root/var/lib/orvolog/orvolog.db"));
+    const QString audit = path(QStringLiteral("root/orvo/etc/samba/smbaudit.db"));
+    const QJsonArray ok{QJsonObject{{QStringLiteral("integrity_check"), QStringLiteral("ok")}}};
+    EXPECT_EQ(rows(naslog, QStringLiteral("PRAGMA integrity_check")), ok);
+    EXPECT_EQ(rows(audit, QStringLiteral("PRAGMA integrity_check")), ok);
+    // Nothing that was answered as stored is gone.
+    const auto count = [](const QString& db, const char* table) {
+        return rows(db, QStringLiteral("SELECT COUNT(*) AS n FROM ") + QLatin1String(table))
+            .first()
+            .toObject()
+            .value(QStringLiteral("n"))
+            .toInt(-1);
+    };
+    EXPECT_GE(count(naslog, "ORVOLOG"), appended);
+    EXPECT_GE(count(audit, "t_smbaudit_log"), reported);
 }

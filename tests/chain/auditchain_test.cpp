@@ -140,14 +140,14 @@ protected:
     }
 
     // In a session of its own: smbd signals its whole process group on exit.
-    qint64 startInSession(const QString& program, const QStringList& args) const
+    // setsid execs in place (a spawned child leads no group), so the child stays ours.
+    static bool startInSession(StartedProcess& process, const QString& program,
+                               const QStringList& args)
     {
         LNX2ProcRequest r;
-        r.mode = LNX2ProcMode::Detached;
         r.program = findProgram(QStringLiteral("setsid"));
         r.arguments = QStringList{program} + args;
-        const LNX2ProcResult started = procRun(r);
-        return started.started ? started.pid : 0;
+        return process.start(r);
     }
 
     static bool runs(qint64 pid, const QByteArray& name)
@@ -209,8 +209,7 @@ void AuditChainTest::prepare()
 
 void AuditChainTest::startDaemon()
 {
-    daemon.pid = startSandboxDaemon(base.path());
-    ASSERT_GT(daemon.pid, 0);
+    ASSERT_TRUE(startSandboxDaemon(daemon, base.path()));
     ASSERT_TRUE(sandboxListening(base.path(), 20000)) << "nasbrolt did not start listening";
 }
 
@@ -218,10 +217,10 @@ void AuditChainTest::startLogger()
 {
     const QString why = devLog.take();
     ASSERT_TRUE(why.isEmpty()) << why.toStdString();
-    rsyslogd.pid = startInSession(findProgram(QStringLiteral("rsyslogd")),
-                                  {QStringLiteral("-n"), QStringLiteral("-f"),
-                                   path(QStringLiteral("root/etc/rsyslog.conf")),
-                                   QStringLiteral("-i"), path(QStringLiteral("rsyslog/pid"))});
+    ASSERT_TRUE(startInSession(rsyslogd, findProgram(QStringLiteral("rsyslogd")),
+                               {QStringLiteral("-n"), QStringLiteral("-f"),
+                                path(QStringLiteral("root/etc/rsyslog.conf")), QStringLiteral("-i"),
+                                path(QStringLiteral("rsyslog/pid"))}));
     ASSERT_TRUE(waitUntil([&] { return runs(rsyslogd.pid, "rsyslogd") && devLogLive(); }, 10000))
         << "rsyslogd did not open /dev/log";
 }
@@ -234,9 +233,9 @@ void AuditChainTest::startSmbd()
         smbPort = probe.serverPort();
     }
     write(QStringLiteral("smb.conf"), smbConf(smbPort));
-    smbd.pid = startInSession(findProgram(QStringLiteral("smbd")),
-                              {QStringLiteral("--foreground"), QStringLiteral("--no-process-group"),
-                               QStringLiteral("-s"), path(QStringLiteral("smb.conf"))});
+    ASSERT_TRUE(startInSession(smbd, findProgram(QStringLiteral("smbd")),
+                               {QStringLiteral("--foreground"), QStringLiteral("--no-process-group"),
+                                QStringLiteral("-s"), path(QStringLiteral("smb.conf"))}));
     ASSERT_TRUE(waitUntil(
         [&] {
             QTcpSocket probe;

@@ -207,3 +207,24 @@ TEST(Gx2DbSqlite, TransactionsAndDetachedCalls)
     t.db.close();
     EXPECT_FALSE(t.db.transactionBegin());
 }
+
+TEST(Gx2DbSqlite, WriteAheadLogAndStatementsKeptAcrossReopening)
+{
+    Db t;
+    EXPECT_EQ(t.rows(QStringLiteral("PRAGMA journal_mode")).at(0).toObject().value("journal_mode"),
+              QStringLiteral("wal"));
+    // A kept statement binds afresh each time: what one call bound, the next does not see.
+    const QString insert = QStringLiteral("insert into t values (:v, :s)");
+    ASSERT_TRUE(t.exec(insert, {{"v", 1}, {"s", "a"}}));
+    ASSERT_TRUE(t.exec(insert, {{"v", 2}}));
+    EXPECT_EQ(t.first(QStringLiteral("select count(*) as x from t where s is null")).toInt(), 1);
+    // Reopened, the same text runs on the new connection, not a finalized statement.
+    ASSERT_TRUE(t.db.open(t.dir.filePath(QStringLiteral("t.db"))));
+    ASSERT_TRUE(t.exec(insert, {{"v", 3}, {"s", "c"}}));
+    EXPECT_EQ(t.count(), 3);
+    // Rows of a kept query come fresh every time.
+    const QString select = QStringLiteral("select max(v) as x from t");
+    EXPECT_EQ(t.first(select).toInt(), 3);
+    ASSERT_TRUE(t.exec(insert, {{"v", 9}}));
+    EXPECT_EQ(t.first(select).toInt(), 9);
+}

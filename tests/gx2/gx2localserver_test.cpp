@@ -137,3 +137,54 @@ TEST_F(LocalServerTest, StaleSocketFileIsReused)
     peer.write(request("echo_seq", 1));
     EXPECT_EQ(peer.answers(1).size(), 1);
 }
+
+TEST_F(LocalServerTest, AnAnswerThatComesLaterHoldsOnlyItsConnection)
+{
+    Peer waiting(name);
+    Peer other(name);
+    waiting.write(request("echo_later", 1) + request("echo_seq", 2));
+    other.write(request("echo_seq", 3));
+    EXPECT_EQ(other.answers(1).value(0).value("seq"), 3);
+    EXPECT_TRUE(waiting.answers(1, kQuietMs).isEmpty());
+    ASSERT_EQ(echo.held.size(), 1);
+    echo.release();
+    const QList<GX2RpcPacket> inOrder = waiting.answers(2);
+    ASSERT_EQ(inOrder.size(), 2);
+    EXPECT_EQ(inOrder[0].value("seq"), 1);
+    EXPECT_EQ(inOrder[1].value("seq"), 2);
+
+    // A peer gone before its answer: the answer is dropped, nothing else happens.
+    {
+        Peer leaving(name);
+        leaving.write(request("echo_later", 4));
+        leaving.answers(1, kQuietMs);
+    }
+    QElapsedTimer timer;
+    for (timer.start(); server.clientCount() > 2 && timer.elapsed() < 2000;)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    ASSERT_EQ(echo.held.size(), 1);
+    echo.release();
+    other.write(request("echo_seq", 5));
+    EXPECT_EQ(other.answers(2).value(1).value("seq"), 5);
+}
+
+TEST(LocalServerAccess, RootSelfAndTheGroupOnly)
+{
+    const gid_t group = 33;
+    const uid_t self = 1000;
+    const auto peer = [](uid_t uid, gid_t gid, QList<gid_t> groups) {
+        GX2Peer p;
+        p.uid = uid;
+        p.gid = gid;
+        p.groups = groups;
+        return p;
+    };
+    EXPECT_TRUE(GX2LocalServer::admits(peer(0, 0, {}), group, self));
+    EXPECT_TRUE(GX2LocalServer::admits(peer(self, 100, {}), group, self));
+    EXPECT_TRUE(GX2LocalServer::admits(peer(4242, group, {}), group, self));
+    EXPECT_TRUE(GX2LocalServer::admits(peer(4242, 100, {7, group}), group, self));
+    EXPECT_FALSE(GX2LocalServer::admits(peer(4242, 100, {7}), group, self));
+    // An unknown group lets nobody in but root and the daemon's own user.
+    EXPECT_FALSE(GX2LocalServer::admits(peer(4242, 100, {100}), gid_t(-1), self));
+    EXPECT_FALSE(GX2LocalServer::admits(GX2Peer(), group, self)); // no credentials at all
+}

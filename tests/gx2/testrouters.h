@@ -19,6 +19,21 @@ private slots:
     }
 
     void silent(GX2RpcPacket*, GX2RpcPacket) {}
+
+    // Answered later, when the test says so.
+    void echo_later(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
+    {
+        held.append({retObject->answerLater(), cmdObject.value("seq")});
+    }
+
+public:
+    // Answers the oldest request still held.
+    void release()
+    {
+        const auto [answer, seq] = held.takeFirst();
+        answer.answer(QJsonObject{{"err", 0}, {"seq", seq}});
+    }
+    QList<QPair<GX2Deferred, QJsonValue>> held;
 };
 
 // Answers "who" with its name.

@@ -258,6 +258,39 @@ TEST_F(SmbAuditCollectTest, DatagramsBelowWatchedDirsAreStored)
     EXPECT_FALSE(router.isRunning());
 }
 
+TEST_F(SmbAuditCollectTest, AFullQueueDropsAndAStopStoresWhatWaits)
+{
+    SmbAuditRouter router;
+    {
+        GX2DBSqlite db;
+        db.loadSqlCreator(QStringLiteral(":/res/smbaudit_creator.sql"));
+        ASSERT_TRUE(db.open(file(QStringLiteral("orvo/etc/samba/smbaudit.db"))));
+        int changes = 0;
+        int lastId = 0;
+        ASSERT_TRUE(db.exec(changes, lastId,
+                            QStringLiteral("INSERT INTO t_smbaudit_dir (sad_dir) VALUES "
+                                           "('/srv/share/a')"),
+                            {}));
+    }
+    // No cycle ends during the test: only the stop stores.
+    router.setCycleMs(600000);
+    router.setQueueLimit(3);
+    ASSERT_NE(router.start(0), 0);
+    QJsonObject probe;
+    ASSERT_TRUE(spinUntil([&] {
+        return router.take(probe, auditLine(QStringLiteral("unlinkat|ok|/srv/share/a/p")));
+    }));
+    QUdpSocket sender;
+    for (int i = 0; i < 10; ++i)
+        sender.writeDatagram(
+            auditLine(QStringLiteral("unlinkat|ok|/srv/share/a/%1").arg(i)).toUtf8(),
+            QHostAddress::LocalHost, router.port());
+    ASSERT_TRUE(spinUntil([&] { return router.droppedRecords() == 7; }));
+    EXPECT_EQ(router.pendingRecords(), 3);
+    router.stop();
+    EXPECT_EQ(query(QStringLiteral("SELECT aud_filepath FROM t_smbaudit_log")).size(), 3);
+}
+
 TEST_F(SmbAuditCollectTest, StorageDirMustExistToBeUsed)
 {
     const QString elsewhere = file(QStringLiteral("elsewhere"));

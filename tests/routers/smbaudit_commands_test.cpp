@@ -80,7 +80,11 @@ protected:
     {
         GX2RpcPacket response;
         EXPECT_TRUE(router->doSlot(response, QJsonObject{{"cmd", cmd}, {"params", params}}));
-        return response;
+        if (!response.isDeferred())
+            return response;
+        GX2RpcPacket later;
+        EXPECT_TRUE(response.deferred().wait(later, 20000)) << cmd.toStdString();
+        return later;
     }
     static int err(const QJsonObject& answer) { return answer.value("err").toInt(-1); }
     static QJsonValue results(const QJsonObject& answer, const char* key)

@@ -60,17 +60,34 @@ bool processGone(qint64 pid)
            readFile(QStringLiteral("/proc/%1/stat").arg(pid)).contains(") Z ");
 }
 
-bool StartedProcess::stop()
+bool StartedProcess::start(LNX2ProcRequest request)
+{
+    stop();
+    request.mode = LNX2ProcMode::Spawn;
+    const LNX2ProcResult started = procRun(request);
+    pid = started.started ? started.pid : 0;
+    return pid > 0;
+}
+
+bool StartedProcess::ended(int limitMs, int* status)
 {
     if (pid <= 0)
         return true;
-    const qint64 p = pid;
+    if (!procWait(pid, limitMs, status))
+        return false;
     pid = 0;
-    ::kill(pid_t(p), SIGTERM);
-    if (waitUntil([p] { return processGone(p); }, 10000))
+    return true;
+}
+
+bool StartedProcess::stop(int limitMs)
+{
+    if (pid <= 0)
         return true;
-    ::kill(pid_t(p), SIGKILL);
-    waitUntil([p] { return processGone(p); }, 5000);
+    ::kill(pid_t(pid), SIGTERM);
+    if (ended(limitMs))
+        return true;
+    ::kill(pid_t(pid), SIGKILL);
+    ended(-1);
     return false;
 }
 
@@ -94,12 +111,11 @@ LNX2ProcRequest sandboxRequest(const QString& base, const QString& program, cons
     return r;
 }
 
-qint64 startSandboxDaemon(const QString& base)
+bool startSandboxDaemon(StartedProcess& daemon, const QString& base)
 {
     LNX2ProcRequest r = sandboxRequest(base, QStringLiteral(NASBROLT_BUILD_DIR "/nasbrolt"), {});
-    r.mode = LNX2ProcMode::Detached;
-    const LNX2ProcResult started = procRun(r);
-    return started.started ? started.pid : 0;
+    r.outputPath = base + QStringLiteral("/daemon.out");
+    return daemon.start(r);
 }
 
 bool sandboxListening(const QString& base, int limitMs)

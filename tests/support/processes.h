@@ -14,15 +14,21 @@ QByteArray readFile(const QString& path);
 // Ended, or a zombie that nobody reaps (this sandbox's first process does not).
 bool processGone(qint64 pid);
 
-// A process the test started, ended by its PID: SIGTERM, then SIGKILL.
+// A child the test started (procRun in Spawn mode), ended by its PID and
+// reaped on every way out of the test: SIGTERM, then SIGKILL.
 struct StartedProcess
 {
     StartedProcess() = default;
     StartedProcess(const StartedProcess&) = delete;
     StartedProcess& operator=(const StartedProcess&) = delete;
     ~StartedProcess() { stop(); }
-    // True when SIGTERM alone ended it in time.
-    bool stop();
+    // Starts request as a direct child; false when it did not start.
+    bool start(LNX2ProcRequest request);
+    // True when SIGTERM alone ended it within limitMs.
+    bool stop(int limitMs = 10000);
+    // Waits up to limitMs for it to end by itself (after a signal the test
+    // sent); true and its wait status when it did.
+    bool ended(int limitMs, int* status = nullptr);
 
     qint64 pid = 0;
 };
@@ -38,7 +44,7 @@ bool writeSubstituteTools(const QString& dir);
 // base/tmp (TMPDIR, the socket) and base/tools (NASBROLT_TOOLS).
 LNX2ProcRequest sandboxRequest(const QString& base, const QString& program,
                                const QStringList& args);
-// Starts the built daemon detached in that sandbox; its pid, 0 when it did not start.
-qint64 startSandboxDaemon(const QString& base);
+// Starts the built daemon in that sandbox (output to base/daemon.out).
+bool startSandboxDaemon(StartedProcess& daemon, const QString& base);
 // Whether the daemon of that sandbox accepts connections within limitMs.
 bool sandboxListening(const QString& base, int limitMs);
