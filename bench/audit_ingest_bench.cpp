@@ -61,7 +61,7 @@ struct Options
     int fastRate = 50000;
     int seconds = 20;
     int burst = 200000;
-    int busyPage = 100000;
+    int busyPage = 10000;
     int rest = 60;
     int settle = 10; // seconds without growth that end the wait
     int waitMax = 0; // 0: derived from the count
@@ -490,8 +490,11 @@ void rest(BenchDaemon& daemon, int seconds)
     std::fflush(stdout);
     for (int i = 0; i < seconds * 10 && !interrupted; ++i)
         QThread::msleep(100);
-    std::printf("daemon memory    VmRSS %.1f MiB a minute after the last phase (VmHWM %.1f MiB)\n",
-                double(procStatusKb(daemon.pid, "VmRSS")) / 1024.0,
+    std::printf("daemon memory    VmRSS %.1f MiB %d s after the last phase (RssAnon %.1f MiB, "
+                "RssFile %.1f MiB; VmHWM %.1f MiB)\n",
+                double(procStatusKb(daemon.pid, "VmRSS")) / 1024.0, seconds,
+                double(procStatusKb(daemon.pid, "RssAnon")) / 1024.0,
+                double(procStatusKb(daemon.pid, "RssFile")) / 1024.0,
                 double(procStatusKb(daemon.pid, "VmHWM")) / 1024.0);
 }
 

@@ -20,6 +20,9 @@ constexpr int kReadChunk = 65536;
 constexpr int kUnsentHigh = 1 << 20;
 // A drained buffer bigger than this goes back to the allocator.
 constexpr int kKeepCapacity = 1 << 20;
+// After an answer this large the memory that built it is handed back to the
+// system: the many small blocks of a big JSON answer otherwise stay resident.
+constexpr int kTrimAfterAnswer = 1 << 20;
 
 bool wouldBlock()
 {
@@ -84,7 +87,13 @@ void GX2LocalClient::serve()
             waiting.onAnswer(this, [this](const GX2RpcPacket& answer) { answered(answer); });
             break;
         }
-        send(response.toDatagram());
+        const QByteArray datagram = response.toDatagram();
+        trimAfter = trimAfter || datagram.size() >= kTrimAfterAnswer;
+        send(datagram);
+    }
+    if (trimAfter && unsent.isEmpty()) {
+        trimAfter = false;
+        ::malloc_trim(0);
     }
     if (closed)
         return;

@@ -47,4 +47,5 @@ private:
     QByteArray unsent; // answers the kernel did not take yet
     GX2Deferred waiting; // the answer this connection waits for
     bool closed = false;
+    bool trimAfter = false; // a large answer went out in this pass
 };

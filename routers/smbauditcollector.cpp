@@ -23,6 +23,8 @@ constexpr int kBacklogPauseMs = 1000;
 constexpr int kBacklog = 100;
 // After a backlog this large has been stored, its memory goes back.
 constexpr int kTrimAfter = 10000;
+constexpr int kMissesBeforeWaiting = 3;
+constexpr int kPatientLockMs = 2000;
 constexpr qint64 kDropReportMs = 60000;
 constexpr int kReopenAttempts = 5;
 constexpr int kBusyWaitMs = 5000;
@@ -155,22 +157,29 @@ void SmbAuditRouter::reopenStore()
 
 void SmbAuditRouter::drain()
 {
-    const bool large = queueCount >= kTrimAfter;
+    int largest = queueCount;
     while (!stopRequested) {
-        // Never wait for the commands' readers: a small queue can wait a cycle.
-        if (!dbLock.tryLockForWrite()) {
+        // The commands' readers are not waited for at first: a small queue
+        // can wait a cycle. Readers that never pause would starve it, so
+        // after a few misses it waits for the read in progress; a command
+        // that comes meanwhile waits for one batch.
+        const int patience = missedLocks >= kMissesBeforeWaiting ? kPatientLockMs : 0;
+        if (!dbLock.tryLockForWrite(patience)) {
+            ++missedLocks;
             if (queueCount <= kBacklog)
                 break;
             pause(backlogPauseMs(cycleMs));
             continue;
         }
+        missedLocks = 0;
+        largest = qMax(largest, queueCount.load());
         appendBatch();
         dbLock.unlock();
         if (queueCount <= kBacklog)
             break;
     }
     // The queue's nodes and texts were freed one by one; hand the pages back.
-    if (large)
+    if (largest >= kTrimAfter)
         ::malloc_trim(0);
 }
 

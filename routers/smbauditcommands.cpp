@@ -252,8 +252,14 @@ void SmbAuditRouter::smbaudit_log_remove(GX2RpcPacket* retObject, GX2RpcPacket c
 
 void SmbAuditRouter::smbaudit_log_export(GX2RpcPacket* retObject, GX2RpcPacket)
 {
-    QReadLocker locker(&dbLock); // only for the copy: a move rewrites the path under it
+    QReadLocker locker(&dbLock); // a move rewrites the path under it
     const QString file = m_storageFile;
+    // The download is the file alone: what waits in the write-ahead log
+    // goes into it first.
+    int changes = 0;
+    int lastId = 0;
+    if (db.isOpen())
+        db.exec(changes, lastId, QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)"), {});
     locker.unlock();
     if (!QFileInfo::exists(file))
         return answer(retObject, kErrNothing);

@@ -122,6 +122,7 @@ private:
     std::atomic<bool> moveRequested{false};
     std::atomic<int> cycleMs{kCycleMs};
     std::atomic<int> queueLimit{kQueueLimit};
+    int missedLocks = 0; // the collector's: tries the commands' readers foiled
     std::mutex exportLock;
     std::condition_variable exportsDone;
     int exportsRunning = 0;

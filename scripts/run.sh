@@ -29,7 +29,8 @@ stop() {
         return 0
     fi
     kill -TERM "$pid"
-    for _ in $(seq 50); do
+    # It waits up to 5 s for its threads before it gives up on them.
+    for _ in $(seq 100); do
         kill -0 "$pid" 2>/dev/null || break
         sleep 0.1
     done

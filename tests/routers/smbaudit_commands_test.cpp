@@ -231,6 +231,17 @@ TEST_F(SmbAuditCommandsTest, ConfigSaveMovesTheDatabase)
     const QJsonObject save{{"storagedir", store}, {"savedays", 5}};
     HoldingBackend tools;
     EXPECT_EQ(results(ask("smbaudit_log_export"), "path"), "/shares/smbaudit.db");
+    {
+        // The download is the file alone; the write-ahead log went into it.
+        const QString alone = path("alone.db");
+        ASSERT_TRUE(QFile::copy(path("orvo/etc/samba/smbaudit.db"), alone));
+        GX2DBSqlite copy;
+        QJsonArray rows;
+        int changes = 0, lastId = 0;
+        ASSERT_TRUE(copy.openOnly(alone));
+        copy.exec(changes, lastId, rows, "SELECT COUNT(*) AS n FROM t_smbaudit_log", {});
+        EXPECT_EQ(rows.at(0).toObject().value("n").toInt(), 1);
+    }
     holdMv = true;
     EXPECT_EQ(err(ask("smbaudit_config_save", save)), kErrOk);
     const QByteArray saved = GX2File::readAll(config);
