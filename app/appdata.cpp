@@ -114,9 +114,9 @@ bool AppData::stopThreads()
     const QStringList left = GX2Workers::joinAll(kQuitGraceMs);
     if (left.isEmpty())
         return true;
-    GX2LOG_WARN(QStringLiteral("quit without waiting for: %1; children still running: %2")
-                    .arg(left.join(QStringLiteral(", ")),
-                         procRunning().join(QStringLiteral(", "))));
+    GX2LOG_WARN(
+        QStringLiteral("quit without waiting for: %1; children still running: %2")
+            .arg(left.join(QStringLiteral(", ")), procRunning().join(QStringLiteral(", "))));
     GX2Logger::i()->flush();
     return false;
 }

@@ -308,8 +308,8 @@ qint64 reccount(BenchDaemon& d)
     return qint64(answer.value(QStringLiteral("reccount")).toDouble(-1));
 }
 
-void runPhase(const char* title, BenchDaemon& d, Sender& s, const Options& o, qint64 count, int rate,
-              qint64& nextN)
+void runPhase(const char* title, BenchDaemon& d, Sender& s, const Options& o, qint64 count,
+              int rate, qint64& nextN)
 {
     std::printf("\n== %s ==\n", title);
     const qint64 storedBefore = qMax<qint64>(0, reccount(d));
@@ -449,12 +449,11 @@ private:
         socket.connectToServer(socketPath);
         if (!socket.waitForConnected(5000))
             return;
-        const QByteArray request =
-            GX2RpcPacket::make(QStringLiteral("smbaudit_log_loadby"), 0,
-                               {{QStringLiteral("sadno"), 0},
-                                {QStringLiteral("page"), 1},
-                                {QStringLiteral("ofpage"), page}})
-                .toDatagram();
+        const QByteArray request = GX2RpcPacket::make(QStringLiteral("smbaudit_log_loadby"), 0,
+                                                      {{QStringLiteral("sadno"), 0},
+                                                       {QStringLiteral("page"), 1},
+                                                       {QStringLiteral("ofpage"), page}})
+                                       .toDatagram();
         QByteArray buffer;
         while (!stop) {
             QElapsedTimer t;
@@ -502,8 +501,11 @@ void runPhases(BenchDaemon& daemon, Sender& sender, const Options& o, const QStr
 {
     qint64 n = 0;
     const auto paced = [&](const char* what, int rate) {
-        const QByteArray title =
-            QStringLiteral("%1: %2/s for %3 s").arg(QLatin1String(what)).arg(rate).arg(o.seconds).toLatin1();
+        const QByteArray title = QStringLiteral("%1: %2/s for %3 s")
+                                     .arg(QLatin1String(what))
+                                     .arg(rate)
+                                     .arg(o.seconds)
+                                     .toLatin1();
         runPhase(title.constData(), daemon, sender, o, qint64(rate) * o.seconds, rate, n);
     };
     if (o.rate > 0 && o.seconds > 0 && !interrupted)

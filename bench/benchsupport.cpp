@@ -60,15 +60,16 @@ qint64 monotonicUs()
 
 int connectUnix(const QString& path, bool nonBlocking)
 {
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | (nonBlocking ? SOCK_NONBLOCK : 0),
-                            0);
+    const int fd =
+        ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | (nonBlocking ? SOCK_NONBLOCK : 0), 0);
     if (fd < 0)
         return -1;
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     const QByteArray name = QFile::encodeName(path);
     std::strncpy(addr.sun_path, name.constData(), sizeof addr.sun_path - 1);
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 && errno != EINPROGRESS) {
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 &&
+        errno != EINPROGRESS) {
         ::close(fd);
         return -1;
     }

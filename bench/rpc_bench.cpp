@@ -85,7 +85,8 @@ int main(int argc, char** argv)
     QThread::msleep(1000);
     std::printf("start to listening: %.1f ms (first start on an empty root %.1f ms), real tools\n",
                 startMs, firstStartMs);
-    std::printf("idle RSS: %.1f MB (%lld KiB)\n", double(procStatusKb(daemon.pid, "VmRSS")) / 1024.0,
+    std::printf("idle RSS: %.1f MB (%lld KiB)\n",
+                double(procStatusKb(daemon.pid, "VmRSS")) / 1024.0,
                 procStatusKb(daemon.pid, "VmRSS"));
 
     const QString refPath = box.path(QStringLiteral("tmp/reference.sock"));
@@ -100,14 +101,15 @@ int main(int argc, char** argv)
     const auto request = [&](int, qint64) { return working; };
 
     std::printf("\n\"system_working\", closed loop, %.1f s per row\n", o.seconds);
-    std::printf("%-10s %5s %10s %8s %8s %8s %8s\n", "server", "conns", "req/s", "p50 us",
-                "p99 us", "max us", "failed");
+    std::printf("%-10s %5s %10s %8s %8s %8s %8s\n", "server", "conns", "req/s", "p50 us", "p99 us",
+                "max us", "failed");
     for (const int n : o.connections) {
         const LoadFigures d = closedLoop(box.socketPath(), n, o.seconds, request);
         const LoadFigures r = closedLoop(refPath, n, o.seconds, request);
         printRow("nasbrolt", n, d);
         printRow("reference", n, r);
-        std::printf("%-10s %5d %9.0f%%\n", "ratio", n, r.rate() > 0 ? 100 * d.rate() / r.rate() : 0);
+        std::printf("%-10s %5d %9.0f%%\n", "ratio", n,
+                    r.rate() > 0 ? 100 * d.rate() / r.rate() : 0);
     }
     std::printf("\ndaemon RSS after the load: %.1f MB\n",
                 double(procStatusKb(daemon.pid, "VmRSS")) / 1024.0);

@@ -84,30 +84,11 @@ void GX2DBSqlitePrivate::finalizeStatements()
     cacheDb = nullptr;
 }
 
-void GX2DBSqlitePrivate::detachedBegin()
-{
-    std::lock_guard<std::mutex> guard(detachedLock);
-    ++detached;
-}
-
-void GX2DBSqlitePrivate::detachedEnd()
-{
-    std::lock_guard<std::mutex> guard(detachedLock);
-    --detached;
-    detachedDone.notify_all();
-}
-
-void GX2DBSqlitePrivate::waitDetached()
-{
-    std::unique_lock<std::mutex> guard(detachedLock);
-    detachedDone.wait(guard, [this] { return detached == 0; });
-}
-
 GX2DBSqlite::GX2DBSqlite() : d(std::make_unique<GX2DBSqlitePrivate>()) {}
 
 GX2DBSqlite::~GX2DBSqlite()
 {
-    d->waitDetached();
+    d->detached.waitForNone();
     close();
 }
 

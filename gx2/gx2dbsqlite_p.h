@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gx2/gx2inflight.h"
 #include "gx2/gx2sqlengine.h"
 
 #include <QByteArray>
@@ -7,7 +8,6 @@
 #include <QReadWriteLock>
 #include <QString>
 
-#include <condition_variable>
 #include <mutex>
 
 #include <sqlite3.h>
@@ -32,16 +32,10 @@ public:
     void finalizeStatements();
 
     // Detached calls still running; the destructor waits for them.
-    void detachedBegin();
-    void detachedEnd();
-    void waitDetached();
+    GX2InFlight detached;
 
 private:
     std::mutex cacheLock;
     QHash<QByteArray, sqlite3_stmt*> cache;
     sqlite3* cacheDb = nullptr;
-
-    std::mutex detachedLock;
-    std::condition_variable detachedDone;
-    int detached = 0;
 };

@@ -163,13 +163,13 @@ bool GX2DBSqlite::call(int& changes, int& lastId, const QString& sqlid, const QJ
 void GX2DBSqlite::callDetach(const QString& sqlid, const QJsonObject& params)
 {
     // Counted, so that destroying this object waits for the call.
-    d->detachedBegin();
+    d->detached.begin();
     const bool started = GX2Workers::start(QStringLiteral("sql ") + sqlid, [this, sqlid, params] {
         int changes = 0;
         int lastId = 0;
         call(changes, lastId, sqlid, params);
-        d->detachedEnd();
+        d->detached.end();
     });
     if (!started)
-        d->detachedEnd();
+        d->detached.end();
 }

@@ -8,7 +8,6 @@
 
 #include <chrono>
 
-
 void GX2Deferred::answer(const GX2RpcPacket& response) const
 {
     if (!state)
@@ -23,8 +22,7 @@ void GX2Deferred::answer(const GX2RpcPacket& response) const
     state->post();
 }
 
-void GX2Deferred::onAnswer(QObject* context,
-                           std::function<void(const GX2RpcPacket&)> deliver) const
+void GX2Deferred::onAnswer(QObject* context, std::function<void(const GX2RpcPacket&)> deliver) const
 {
     if (!state)
         return;

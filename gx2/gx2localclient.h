@@ -43,8 +43,8 @@ private:
     GX2Peer who;
     QSocketNotifier* reader = nullptr;
     QSocketNotifier* writer = nullptr;
-    QByteArray buffer; // received, not yet taken as datagrams
-    QByteArray unsent; // answers the kernel did not take yet
+    QByteArray buffer;   // received, not yet taken as datagrams
+    QByteArray unsent;   // answers the kernel did not take yet
     GX2Deferred waiting; // the answer this connection waits for
     bool closed = false;
     bool trimAfter = false; // a large answer went out in this pass

@@ -78,8 +78,8 @@ void GX2LocalServer::guardSocketFile()
     groupId = groupIdOf(group);
     if (groupId == gid_t(-1)) {
         ::chmod(path.constData(), 0600);
-        GX2LOG_WARN(QStringLiteral("socket group %1 does not exist: only root may connect")
-                        .arg(group));
+        GX2LOG_WARN(
+            QStringLiteral("socket group %1 does not exist: only root may connect").arg(group));
         return;
     }
     // Until here only the owner could connect; the group comes in last.

@@ -25,8 +25,10 @@ public:
     void add(qint64 pid, const LNX2ProcRequest& request)
     {
         std::lock_guard<std::mutex> guard(lock);
-        children.insert(pid, QStringLiteral("pid %1: %2").arg(pid).arg(
-                                 (QStringList(request.program) + request.arguments).join(' ')));
+        children.insert(pid,
+                        QStringLiteral("pid %1: %2")
+                            .arg(pid)
+                            .arg((QStringList(request.program) + request.arguments).join(' ')));
     }
     void remove(qint64 pid)
     {

@@ -279,13 +279,14 @@ void SmbAuditRouter::smbaudit_log_saveas(GX2RpcPacket* retObject, GX2RpcPacket c
     // Writing out a whole store takes seconds: answered when the file is there.
     const QJsonObject params = paramsOf(cmdObject);
     const GX2Deferred later = retObject->answerLater();
-    beginExport();
-    const bool started = GX2Workers::start(QStringLiteral("audit csv export"), [this, params, later] {
-        later.answer(saveAs(params));
-        endExport();
-    });
+    exports.begin();
+    const bool started =
+        GX2Workers::start(QStringLiteral("audit csv export"), [this, params, later] {
+            later.answer(saveAs(params));
+            exports.end();
+        });
     if (!started) {
-        endExport();
+        exports.end();
         GX2RpcPacket refused;
         answer(&refused, kErrFailed);
         later.answer(refused);
@@ -321,25 +322,6 @@ GX2RpcPacket SmbAuditRouter::saveAs(const QJsonObject& params)
     linkAt(file, sysPath(QString::fromLatin1(kSharesDir)) + name);
     answer(&result, {{QStringLiteral("path"), QStringLiteral("/shares/") + name}});
     return result;
-}
-
-void SmbAuditRouter::beginExport()
-{
-    std::lock_guard<std::mutex> guard(exportLock);
-    ++exportsRunning;
-}
-
-void SmbAuditRouter::endExport()
-{
-    std::lock_guard<std::mutex> guard(exportLock);
-    --exportsRunning;
-    exportsDone.notify_all();
-}
-
-void SmbAuditRouter::waitExports()
-{
-    std::unique_lock<std::mutex> guard(exportLock);
-    exportsDone.wait(guard, [this] { return exportsRunning == 0; });
 }
 
 QJsonObject SmbAuditRouter::logByFields(const QJsonObject& row) const

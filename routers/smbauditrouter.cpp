@@ -46,7 +46,7 @@ QString SmbAuditRouter::defaultStorageFile()
 
 SmbAuditRouter::~SmbAuditRouter()
 {
-    waitExports();
+    exports.waitForNone();
     stop();
 }
 

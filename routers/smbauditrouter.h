@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gx2/gx2dbsqlite.h"
+#include "gx2/gx2inflight.h"
 #include "gx2/gx2lfqueue.h"
 #include "gx2/gx2todorouter.h"
 #include "routers/smbauditreceiver.h"
@@ -93,9 +94,6 @@ private:
     void reportDropped(QElapsedTimer& sinceReport);
     // The CSV export, on a worker of its own; the destructor waits for it.
     GX2RpcPacket saveAs(const QJsonObject& params);
-    void beginExport();
-    void endExport();
-    void waitExports();
     void waitAtGate();
     void pause(int ms, bool wakeOnBacklog = false);
     void wakeCollector();
@@ -123,7 +121,5 @@ private:
     std::atomic<int> cycleMs{kCycleMs};
     std::atomic<int> queueLimit{kQueueLimit};
     int missedLocks = 0; // the collector's: tries the commands' readers foiled
-    std::mutex exportLock;
-    std::condition_variable exportsDone;
-    int exportsRunning = 0;
+    GX2InFlight exports;
 };

@@ -141,9 +141,10 @@ TEST_F(DaemonSocketTest, OversizedRequestsCloseOnlyTheirConnection)
 TEST_F(DaemonSocketTest, AWaitingCommandHoldsOnlyItsOwnConnection)
 {
     // The CSV export links its file with "ln", held here until released.
-    tool(QStringLiteral("ln"), "#!/bin/sh\nd=\"$(dirname \"$0\")\"\ntouch \"$d/ln.started\"\n"
-                               "n=0\nwhile [ ! -e \"$d/release\" ] && [ $n -lt 600 ]; do sleep 0.05; "
-                               "n=$((n+1)); done\nexec /bin/ln \"$@\"\n");
+    tool(QStringLiteral("ln"),
+         "#!/bin/sh\nd=\"$(dirname \"$0\")\"\ntouch \"$d/ln.started\"\n"
+         "n=0\nwhile [ ! -e \"$d/release\" ] && [ $n -lt 600 ]; do sleep 0.05; "
+         "n=$((n+1)); done\nexec /bin/ln \"$@\"\n");
     startDaemon();
     ASSERT_EQ(ctl({QStringLiteral("smbaudit_dir_loadby")}).exitCode, 0);
 
@@ -152,8 +153,8 @@ TEST_F(DaemonSocketTest, AWaitingCommandHoldsOnlyItsOwnConnection)
                              {"seq", 1},
                              {"params", QJsonObject{{"language", "en"}, {"sadno", 0}}}});
     waiting.send(QJsonObject{{"cmd", "naslog_recent"}, {"seq", 2}});
-    ASSERT_TRUE(waitUntil([&] { return QFile::exists(path(QStringLiteral("tools/ln.started"))); },
-                          20000));
+    ASSERT_TRUE(
+        waitUntil([&] { return QFile::exists(path(QStringLiteral("tools/ln.started"))); }, 20000));
 
     RawClient other(socketPath());
     other.send(QJsonObject{{"cmd", "system_working"}});
@@ -163,8 +164,8 @@ TEST_F(DaemonSocketTest, AWaitingCommandHoldsOnlyItsOwnConnection)
     write(QStringLiteral("tools/release"), "");
     const QJsonObject first = waiting.answer(10000);
     EXPECT_EQ(first.value("err").toInt(-1), 0);
-    EXPECT_TRUE(first.value("results").toObject().value("path").toString().startsWith(
-        "/shares/smbaudit_"));
+    EXPECT_TRUE(
+        first.value("results").toObject().value("path").toString().startsWith("/shares/smbaudit_"));
     const QJsonObject second = waiting.answer(10000);
     EXPECT_TRUE(second.contains("results")) << "the next request was not answered after the first";
     stopDaemon();

@@ -147,19 +147,21 @@ TEST_F(DaemonTest, AToolThatHangsDoesNotHoldTheQuit)
     ASSERT_TRUE(QDir().mkpath(path(QStringLiteral("store"))));
     startDaemon();
     ASSERT_EQ(ctl({QStringLiteral("smbaudit_dir_loadby")}).exitCode, 0);
-    const LNX2ProcResult saved =
-        ctl({QStringLiteral("smbaudit_config_save"),
-             QStringLiteral("storagedir=") + path(QStringLiteral("store")), QStringLiteral("savedays:=0")});
+    const LNX2ProcResult saved = ctl({QStringLiteral("smbaudit_config_save"),
+                                      QStringLiteral("storagedir=") + path(QStringLiteral("store")),
+                                      QStringLiteral("savedays:=0")});
     ASSERT_EQ(saved.exitCode, 0) << saved.err.constData();
-    ASSERT_TRUE(waitUntil([&] { return QFile::exists(path(QStringLiteral("tools/mv.started"))); },
-                          20000));
+    ASSERT_TRUE(
+        waitUntil([&] { return QFile::exists(path(QStringLiteral("tools/mv.started"))); }, 20000));
     const qint64 mvPid = file(QStringLiteral("tools/mv.started")).trimmed().toLongLong();
 
     stopDaemon(20000);
     const QByteArray log = file(QStringLiteral("root/var/log/nasbrolt.log"));
     EXPECT_TRUE(log.contains("quit without waiting for: audit collector; children still running: "
-                             "pid ")) << log.constData();
-    EXPECT_TRUE(log.contains(QStringLiteral(": mv -f %1").arg(path(QStringLiteral("root"))).toUtf8()))
+                             "pid "))
+        << log.constData();
+    EXPECT_TRUE(
+        log.contains(QStringLiteral(": mv -f %1").arg(path(QStringLiteral("root"))).toUtf8()))
         << log.constData();
     EXPECT_TRUE(log.contains("nasbrolt shutdown (signal 15)"));
 
@@ -206,10 +208,10 @@ TEST_F(DaemonTest, AKilledDaemonLeavesSoundDatabases)
     int reported = 0;
     waitUntil(
         [&] {
-            reported = QJsonDocument::fromJson(ctl({QStringLiteral("-r"),
-                                                    QStringLiteral("smbaudit_log_loadby"),
-                                                    QStringLiteral("sadno:=0")})
-                                                   .out)
+            reported = QJsonDocument::fromJson(
+                           ctl({QStringLiteral("-r"), QStringLiteral("smbaudit_log_loadby"),
+                                QStringLiteral("sadno:=0")})
+                               .out)
                            .object()
                            .value(QStringLiteral("reccount"))
                            .toInt();

@@ -233,9 +233,10 @@ void AuditChainTest::startSmbd()
         smbPort = probe.serverPort();
     }
     write(QStringLiteral("smb.conf"), smbConf(smbPort));
-    ASSERT_TRUE(startInSession(smbd, findProgram(QStringLiteral("smbd")),
-                               {QStringLiteral("--foreground"), QStringLiteral("--no-process-group"),
-                                QStringLiteral("-s"), path(QStringLiteral("smb.conf"))}));
+    ASSERT_TRUE(
+        startInSession(smbd, findProgram(QStringLiteral("smbd")),
+                       {QStringLiteral("--foreground"), QStringLiteral("--no-process-group"),
+                        QStringLiteral("-s"), path(QStringLiteral("smb.conf"))}));
     ASSERT_TRUE(waitUntil(
         [&] {
             QTcpSocket probe;

@@ -160,6 +160,25 @@ protected:
 
     QString file(const QString& relative) const { return root.filePath(relative); }
 
+    // A store that watches /srv/share/a, and the collector started on it.
+    void startWatchingA(SmbAuditRouter& router)
+    {
+        GX2DBSqlite db;
+        db.loadSqlCreator(QStringLiteral(":/res/smbaudit_creator.sql"));
+        ASSERT_TRUE(db.open(file(QStringLiteral("orvo/etc/samba/smbaudit.db"))));
+        int changes = 0;
+        int lastId = 0;
+        ASSERT_TRUE(db.exec(
+            changes, lastId,
+            QStringLiteral("INSERT INTO t_smbaudit_dir (sad_dir) VALUES ('/srv/share/a')"), {}));
+        db.close();
+        ASSERT_NE(router.start(0), 0);
+        QJsonObject probe;
+        ASSERT_TRUE(spinUntil([&] {
+            return router.take(probe, auditLine(QStringLiteral("unlinkat|ok|/srv/share/a/p")));
+        })) << "watched directories never loaded";
+    }
+
     QJsonArray query(const QString& sql)
     {
         GX2DBSqlite db;
@@ -206,23 +225,8 @@ TEST_F(SmbAuditCollectTest, RSyslogIsRewrittenOnceAndRestarted)
 TEST_F(SmbAuditCollectTest, DatagramsBelowWatchedDirsAreStored)
 {
     SmbAuditRouter router; // registers the SQL resources
-    {
-        GX2DBSqlite db;
-        db.loadSqlCreator(QStringLiteral(":/res/smbaudit_creator.sql"));
-        ASSERT_TRUE(db.open(file(QStringLiteral("orvo/etc/samba/smbaudit.db"))));
-        int changes = 0;
-        int lastId = 0;
-        ASSERT_TRUE(db.exec(changes, lastId,
-                            QStringLiteral("INSERT INTO t_smbaudit_dir (sad_dir) VALUES "
-                                           "('/srv/share/a')"),
-                            {}));
-    }
     router.setCycleMs(60);
-    ASSERT_NE(router.start(0), 0);
-    QJsonObject probe;
-    ASSERT_TRUE(spinUntil([&] {
-        return router.take(probe, auditLine(QStringLiteral("unlinkat|ok|/srv/share/a/p")));
-    })) << "watched directories never loaded";
+    startWatchingA(router);
 
     QUdpSocket sender;
     for (const QByteArray& datagram :
@@ -261,25 +265,10 @@ TEST_F(SmbAuditCollectTest, DatagramsBelowWatchedDirsAreStored)
 TEST_F(SmbAuditCollectTest, AFullQueueDropsAndAStopStoresWhatWaits)
 {
     SmbAuditRouter router;
-    {
-        GX2DBSqlite db;
-        db.loadSqlCreator(QStringLiteral(":/res/smbaudit_creator.sql"));
-        ASSERT_TRUE(db.open(file(QStringLiteral("orvo/etc/samba/smbaudit.db"))));
-        int changes = 0;
-        int lastId = 0;
-        ASSERT_TRUE(db.exec(changes, lastId,
-                            QStringLiteral("INSERT INTO t_smbaudit_dir (sad_dir) VALUES "
-                                           "('/srv/share/a')"),
-                            {}));
-    }
     // No cycle ends during the test: only the stop stores.
     router.setCycleMs(600000);
     router.setQueueLimit(3);
-    ASSERT_NE(router.start(0), 0);
-    QJsonObject probe;
-    ASSERT_TRUE(spinUntil([&] {
-        return router.take(probe, auditLine(QStringLiteral("unlinkat|ok|/srv/share/a/p")));
-    }));
+    startWatchingA(router);
     QUdpSocket sender;
     for (int i = 0; i < 10; ++i)
         sender.writeDatagram(
