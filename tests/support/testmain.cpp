@@ -1,3 +1,5 @@
+#include "gx2/gx2workers.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QTemporaryDir>
@@ -15,5 +17,9 @@ int main(int argc, char** argv)
     qunsetenv("NASBROLT_TOOLS");
     QCoreApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    const int status = RUN_ALL_TESTS();
+    // Threads the tests started are joined, as the daemon's quit joins them.
+    GX2Workers::requestStop();
+    GX2Workers::joinAll(10000);
+    return status;
 }
