@@ -18,7 +18,7 @@
 struct AppConfig
 {
     bool debug = false;
-    QString socketGroup = QStringLiteral("www-data"); // "*": every local account
+    QString socketGroup = QLatin1String(GX2LocalServer::kDefaultAccessGroup); // "*": everyone
     qint64 maxRequest = GX2LocalServer::kDefaultMaxRequest;
 };
 

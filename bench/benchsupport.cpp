@@ -81,14 +81,8 @@ size_t datagramLength(const QByteArray& buf)
 {
     if (buf.startsWith(PACKET_KEEPALIVE))
         return size_t(PACKET_KEEPALIVE.size());
-    if (buf.size() < GX2RpcPacket::kHeaderSize)
-        return 0;
-    quint32 json = 0;
-    quint32 attach = 0;
-    std::memcpy(&json, buf.constData() + 5, 4);
-    std::memcpy(&attach, buf.constData() + 9, 4);
-    const size_t total = size_t(GX2RpcPacket::kHeaderSize) + json + attach;
-    return size_t(buf.size()) >= total ? total : 0;
+    const quint64 total = GX2RpcPacket::announcedSize(buf);
+    return total > 0 && quint64(buf.size()) >= total ? size_t(total) : 0;
 }
 
 bool answerOk(const QByteArray& datagram)

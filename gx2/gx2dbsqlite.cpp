@@ -39,11 +39,9 @@ bool runPlain(GX2DBSqlitePrivate& d, const char* sql)
     return false;
 }
 
-} // namespace
-
-namespace {
 // Texts used over and over are few: the named statements and some pragmas.
 constexpr int kMaxCachedStatements = 64;
+
 } // namespace
 
 sqlite3_stmt* GX2DBSqlitePrivate::takeStatement(sqlite3* handle, const QByteArray& text)

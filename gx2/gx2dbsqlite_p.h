@@ -25,7 +25,8 @@ public:
 
     // Prepared single statements by their text, reused across calls. A
     // caller takes one out while it runs it, so two threads never step the
-    // same statement; close() finalizes them and starts a new generation.
+    // same statement. Only statements of the open connection are kept:
+    // close() finalizes them, and one returned for an older one is finalized.
     sqlite3_stmt* takeStatement(sqlite3* db, const QByteArray& text);
     void returnStatement(sqlite3* db, const QByteArray& text, sqlite3_stmt* statement);
     void adoptHandle(sqlite3* db);

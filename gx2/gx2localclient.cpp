@@ -6,7 +6,6 @@
 #include <QSocketNotifier>
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/socket.h>
@@ -106,13 +105,7 @@ void GX2LocalClient::serve()
 
 bool GX2LocalClient::headTooLarge() const
 {
-    if (buffer.size() < GX2RpcPacket::kHeaderSize || !buffer.startsWith(PACKET_MARK))
-        return false;
-    quint32 json = 0;
-    quint32 attachment = 0;
-    std::memcpy(&json, buffer.constData() + 5, sizeof json);
-    std::memcpy(&attachment, buffer.constData() + 9, sizeof attachment);
-    return qint64(GX2RpcPacket::kHeaderSize) + json + attachment > owner->maxRequestBytes();
+    return GX2RpcPacket::announcedSize(buffer) > quint64(owner->maxRequestBytes());
 }
 
 void GX2LocalClient::answered(const GX2RpcPacket& response)

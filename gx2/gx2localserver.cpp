@@ -46,7 +46,7 @@ GX2LocalServer::~GX2LocalServer()
 
 void GX2LocalServer::setAccessGroup(const QString& name)
 {
-    group = name.isEmpty() ? QStringLiteral("www-data") : name;
+    group = name.isEmpty() ? QLatin1String(kDefaultAccessGroup) : name;
 }
 
 bool GX2LocalServer::start(const QString& socketName)

@@ -32,6 +32,7 @@ class GX2LocalServer : public GX2TodoRouter
 public:
     static constexpr qint64 kDefaultMaxRequest = 64LL * 1024 * 1024;
     static constexpr char kWorldAccess[] = "*";
+    static constexpr char kDefaultAccessGroup[] = "www-data";
 
     explicit GX2LocalServer(QObject* parent = nullptr);
     ~GX2LocalServer() override;
@@ -69,7 +70,7 @@ private:
     GX2LocalListener server;
     QString name;
     QList<GX2LocalClient*> clients;
-    QString group = QStringLiteral("www-data");
+    QString group = QLatin1String(kDefaultAccessGroup);
     gid_t groupId = gid_t(-1); // -1: unknown group, root and self only
     qint64 maxRequest = kDefaultMaxRequest;
 };

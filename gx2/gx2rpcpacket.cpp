@@ -64,6 +64,14 @@ QByteArray GX2RpcPacket::toDatagram() const
     return datagram;
 }
 
+quint64 GX2RpcPacket::announcedSize(const QByteArray& buffer)
+{
+    if (buffer.size() < kHeaderSize || !buffer.startsWith(PACKET_MARK))
+        return 0;
+    // Summed wide: announced lengths near 4 GiB must not wrap into a "complete" datagram.
+    return quint64(kHeaderSize) + getU32(buffer.constData() + 5) + getU32(buffer.constData() + 9);
+}
+
 int GX2RpcPacket::fromDatagram(QByteArray& buffer)
 {
     attachment.clear();
@@ -80,8 +88,7 @@ int GX2RpcPacket::fromDatagram(QByteArray& buffer)
     }
     const quint32 jsonSize = getU32(buffer.constData() + 5);
     const quint32 attachSize = getU32(buffer.constData() + 9);
-    // Summed wide: announced lengths near 4 GiB must not wrap into a "complete" datagram.
-    const quint64 total = quint64(kHeaderSize) + jsonSize + attachSize;
+    const quint64 total = announcedSize(buffer);
     if (quint64(buffer.size()) < total) {
         required = qint32(quint32(total));
         return Incomplete;

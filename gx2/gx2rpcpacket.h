@@ -41,6 +41,9 @@ public:
 
     QByteArray toDatagram() const;
     int fromDatagram(QByteArray& buffer);
+    // The whole length the datagram at the front of buffer announces in its
+    // header; 0 while buffer does not start with a whole header.
+    static quint64 announcedSize(const QByteArray& buffer);
 
     // Keeps only "seq", "cno", "cmd" and "_" keys ("routers" goes too).
     void shrink();

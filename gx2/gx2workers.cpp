@@ -126,16 +126,6 @@ QStringList joinAll(int limitMs)
     return left;
 }
 
-int running()
-{
-    Registry& r = registry();
-    std::lock_guard<std::mutex> guard(r.lock);
-    int n = 0;
-    for (const Worker* w : qAsConst(r.workers))
-        n += w->finished ? 0 : 1;
-    return n;
-}
-
 void resetForTests()
 {
     Registry& r = registry();

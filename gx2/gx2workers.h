@@ -24,8 +24,6 @@ bool sleepFor(int ms);
 // Waits up to limitMs for the started threads to end and joins them. The
 // names of those still running, which are left behind.
 QStringList joinAll(int limitMs);
-// Threads started and not yet ended.
-int running();
 
 // Tests only: forgets a finished shutdown so that the next test can start
 // threads again. Nothing may be running.

@@ -55,6 +55,14 @@ bool NASLogPrivate::ready()
     return false;
 }
 
+void NASLogPrivate::toPool(const QJsonObject& event)
+{
+    pool.prepend(event);
+    // One entry per push: a smaller pool size shrinks the pool gradually.
+    if (pool.size() > poolSize)
+        pool.removeLast();
+}
+
 int NASLogPrivate::call(const QString& sqlid, const QJsonObject& params, QJsonArray* rows,
                         int* changes)
 {
@@ -168,10 +176,7 @@ bool NASLog::logPush(const QJsonObject& event)
     if (add(event) != 0)
         return false;
     std::unique_lock<std::shared_mutex> guard(d->poolLock);
-    d->pool.prepend(event);
-    // One entry per push: a smaller pool size shrinks the pool gradually.
-    if (d->pool.size() > d->poolSize)
-        d->pool.removeLast();
+    d->toPool(event);
     return true;
 }
 
@@ -189,11 +194,8 @@ QList<bool> NASLog::logPushAll(const QList<QJsonObject>& events)
     }
     std::unique_lock<std::shared_mutex> guard(d->poolLock);
     for (int i = 0; i < events.size(); ++i) {
-        if (!stored[i])
-            continue;
-        d->pool.prepend(events[i]);
-        if (d->pool.size() > d->poolSize)
-            d->pool.removeLast();
+        if (stored[i])
+            d->toPool(events[i]);
     }
     return stored;
 }

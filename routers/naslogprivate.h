@@ -18,6 +18,9 @@ public:
     // Runs a statement; the event-log code for the outcome.
     int call(const QString& sqlid, const QJsonObject& params, QJsonArray* rows, int* changes);
 
+    // At the pool's head, dropping one entry beyond poolSize; under poolLock.
+    void toPool(const QJsonObject& event);
+
     GX2DBSqlite db;
     std::atomic<int> poolSize;
     mutable std::shared_mutex poolLock;

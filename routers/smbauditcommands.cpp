@@ -39,6 +39,14 @@ void answer(GX2RpcPacket* retObject, int err)
     retObject->insert(QStringLiteral("err"), err);
 }
 
+// An answer of its own, for an answer given later.
+GX2RpcPacket answerOf(int err)
+{
+    GX2RpcPacket packet;
+    answer(&packet, err);
+    return packet;
+}
+
 void answer(GX2RpcPacket* retObject, const QJsonObject& results)
 {
     retObject->insert(QStringLiteral("results"), results);
@@ -287,39 +295,31 @@ void SmbAuditRouter::smbaudit_log_saveas(GX2RpcPacket* retObject, GX2RpcPacket c
         });
     if (!started) {
         exports.end();
-        GX2RpcPacket refused;
-        answer(&refused, kErrFailed);
-        later.answer(refused);
+        later.answer(answerOf(kErrFailed));
     }
 }
 
 GX2RpcPacket SmbAuditRouter::saveAs(const QJsonObject& params)
 {
-    GX2RpcPacket result;
     QReadLocker locker(&dbLock);
-    if (!db.isOpen()) {
-        answer(&result, kErrNotOpen);
-        return result;
-    }
+    if (!db.isOpen())
+        return answerOf(kErrNotOpen);
     const Outcome all =
         runSql(db, "smbaudit_log_export",
                {{QStringLiteral("sadno"), toInt(params.value(QStringLiteral("sadno")))}});
     locker.unlock(); // writing and linking the file run tools
-    if (!all.ok) {
-        answer(&result, kErrDatabase);
-        return result;
-    }
+    if (!all.ok)
+        return answerOf(kErrDatabase);
     const bool chinese = smbauditIsChinese(toString(params.value(QStringLiteral("language"))));
     const QString name = smbauditCsvName(QDateTime::currentDateTime());
     const QString file = sysPath(QStringLiteral("/tmp/")) + name;
     QJsonArray records;
     for (const QJsonValue& row : all.rows)
         records.append(logByFields(row.toObject()));
-    if (!writeFile(file, smbauditCsv(records, chinese))) {
-        answer(&result, kErrWriteFailed);
-        return result;
-    }
+    if (!writeFile(file, smbauditCsv(records, chinese)))
+        return answerOf(kErrWriteFailed);
     linkAt(file, sysPath(QString::fromLatin1(kSharesDir)) + name);
+    GX2RpcPacket result;
     answer(&result, {{QStringLiteral("path"), QStringLiteral("/shares/") + name}});
     return result;
 }

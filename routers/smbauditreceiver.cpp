@@ -98,16 +98,13 @@ bool SmbAuditReceiver::start(std::function<void()> onReadable)
     if (fd < 0)
         return false;
     wakeFd = ::eventfd(0, EFD_CLOEXEC);
-    {
-        std::lock_guard<std::mutex> guard(lock);
-        running = true;
-    }
-    const bool started = GX2Workers::start(QStringLiteral("audit receiver"),
-                                           [this, onReadable] { loop(onReadable); });
-    if (!started) {
-        std::lock_guard<std::mutex> guard(lock);
-        running = false;
-    }
+    reading.begin();
+    const bool started = GX2Workers::start(QStringLiteral("audit receiver"), [this, onReadable] {
+        loop(onReadable);
+        reading.end();
+    });
+    if (!started)
+        reading.end();
     return started;
 }
 
@@ -122,9 +119,6 @@ void SmbAuditReceiver::loop(const std::function<void()>& onReadable)
         if (watched[0].revents != 0)
             onReadable();
     }
-    std::lock_guard<std::mutex> guard(lock);
-    running = false;
-    ended.notify_all();
 }
 
 void SmbAuditReceiver::requestStop()
@@ -139,8 +133,7 @@ void SmbAuditReceiver::close()
 {
     if (wakeFd >= 0) {
         requestStop();
-        std::unique_lock<std::mutex> guard(lock);
-        ended.wait(guard, [this] { return !running; });
+        reading.waitForNone();
         ::close(wakeFd);
         wakeFd = -1;
     }

@@ -1,11 +1,10 @@
 #pragma once
 
+#include "gx2/gx2inflight.h"
+
 #include <QtGlobal>
 
-#include <atomic>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 
 // The UDP socket that rsyslog forwards the audit messages to, read on a
 // thread of its own: a command that holds the event loop costs no datagram.
@@ -44,7 +43,5 @@ private:
 
     int fd = -1;
     int wakeFd = -1;
-    std::mutex lock;
-    std::condition_variable ended;
-    bool running = false;
+    GX2InFlight reading; // the thread, while it runs
 };
