@@ -46,6 +46,8 @@ QString toStrOfInt(qint64 value, const QString& suffix = QString());
 
 // Whole units of 1024 powers labelled B, KB, MB, GB, TB; fractions dropped.
 QString capacitySize(qint64 bytes);
+// Bytes per second of a rate unit, case ignored: "B/s" 1, "K/s" 1024 ... "P/s" 1024^5; others 1.
+qint64 asUnitSpeed(const QString& unit);
 
 // Dotted versions compared component by component as decimal integers
 // (missing or unreadable components are 0). The result is the difference of

@@ -10,6 +10,11 @@ packages=(
     clang libclang-rt-14-dev
     sudo
     rsyslog samba samba-vfs-modules smbclient
+    # the qemu guest of tests/vm (its kernel is downloaded, not installed)
+    qemu-system-x86 busybox-static xz-utils kmod udev systemd dbus
+    # the disk tools the product runs, real in the guest tests; jq checks JSON there
+    mdadm lvm2 thin-provisioning-tools cryptsetup-bin parted fdisk
+    e2fsprogs xfsprogs btrfs-progs ntfs-3g smartmontools hdparm iotop jq
 )
 
 missing=()
@@ -30,5 +35,16 @@ fi
 
 echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
+# mdadm and lvm2 would start their monitors on the build machine; a
+# policy-rc.d that denies every start keeps the install free of services
+# (an existing one, as in containers, already does that and stays).
+policy=/usr/sbin/policy-rc.d
+if [ ! -e "$policy" ]; then
+    printf '#!/bin/sh\nexit 101\n' >"$policy"
+    chmod 755 "$policy"
+    trap 'rm -f "$policy"' EXIT
+fi
 apt-get update -qq
-apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+apt-get install -y -qq --no-install-recommends \
+    -o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold \
+    "${missing[@]}" >/dev/null

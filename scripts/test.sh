@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds nasbrolt and runs every test: the normal build, the build under
 # AddressSanitizer + UndefinedBehaviorSanitizer, the threaded components under
-# ThreadSanitizer, and a short fuzzing run.
+# ThreadSanitizer, and a short fuzzing run. The normal build's tests include
+# the guest tests, real md RAID and LVM in a qemu guest (tests/vm/guest.sh).
 # Installs what it needs first (as root, on Debian 12).
 set -uo pipefail
 cd "$(dirname "$0")/.."
@@ -28,7 +29,9 @@ export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 
 run_flavour normal build
-run_flavour asan build-asan
+# The guest tests (label "guest", tests/guest/) boot qemu guests; they run
+# on the normal build only.
+run_flavour asan build-asan -LE guest
 # Qt's own libraries are not built for ThreadSanitizer; their internals are
 # suppressed, the project's code is not.
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/tsan.supp"

@@ -163,3 +163,13 @@ QByteArray readFixture(const QString& relative)
         ADD_FAILURE() << "missing fixture " << relative.toStdString();
     return file.readAll();
 }
+
+QByteArray readToolOutput(const QString& relative)
+{
+    QList<QByteArray> lines = readFixture(relative).split('\n');
+    while (!lines.isEmpty() && lines.first().startsWith("# "))
+        lines.removeFirst();
+    while (!lines.isEmpty() && (lines.last().isEmpty() || lines.last().startsWith("# rc=")))
+        lines.removeLast();
+    return lines.join('\n') + '\n';
+}

@@ -76,3 +76,6 @@ private:
 // Directory of the recorded tool outputs.
 QString fixturePath(const QString& relative);
 QByteArray readFixture(const QString& relative);
+// A recorded tool output without its "# command" header lines and "# rc=N"
+// trailer, as the tool printed it.
+QByteArray readToolOutput(const QString& relative);

@@ -1,0 +1,12 @@
+#include "tools/adm/admtable.h"
+
+// One line per part of the library.
+const QList<AdmEntry>& admEntries()
+{
+    static const QList<AdmEntry> all = [] {
+        QList<AdmEntry> entries;
+        entries += admVXDiskEntries();
+        return entries;
+    }();
+    return all;
+}
