@@ -18,6 +18,9 @@ bool onSystemDisk(VXDisk& disk, const QString& dev)
     if (parent.isEmpty())
         parent = dev;
     const QJsonObject inventory = disk.allist();
+    // Without an inventory the system disk cannot be ruled out.
+    if (inventory.isEmpty())
+        return true;
     for (auto it = inventory.begin(); it != inventory.end(); ++it) {
         const QJsonObject record = it.value().toObject();
         if (it.key() != parent && record.value(QLatin1String("dev")).toString() != parent)

@@ -31,6 +31,14 @@ QStringList parted(const QString& dev, const QStringList& actions)
     return lines;
 }
 
+// Every call but those a test expects answers with an inventory of one
+// free disk, so that the system-disk check lets the work go ahead.
+void answerWithFreeDisk(ScriptedBackend& backend)
+{
+    backend.allowOthers(ScriptedBackend::succeeded(
+        R"({"blockdevices": [{"name": "sdb", "path": "/dev/sdb", "type": "disk"}]})"));
+}
+
 const QString kWipe = QStringLiteral("/usr/bin/sudo wipefs -a /dev/sdb");
 const QString kZero = QStringLiteral("/usr/bin/sudo dd if=/dev/zero of=/dev/sdb bs=512K count=20");
 
@@ -78,7 +86,7 @@ TEST(CreatePart, GptPartitionRaidFlagStoppingAtTheFirstFailure)
     const QStringList all{"mklabel gpt", "mkpart primary 0% 100%", "set 1 raid on"};
     for (int failing = 0; failing <= 3; ++failing) {
         ScriptedBackend backend;
-        backend.allowOthers();
+        answerWithFreeDisk(backend);
         if (failing < 3)
             backend.expectLine(parted("/dev/sdb", {all.at(failing)}).first()).exits(1);
         EXPECT_EQ(VXDisk().createPart("/dev/sdb"), failing == 3);
@@ -95,7 +103,7 @@ TEST(RemovePart, DeletesPartitionOneAndWipesEvenWhenThatFailed)
 {
     for (int failing = 0; failing <= 2; ++failing) {
         ScriptedBackend backend;
-        backend.allowOthers();
+        answerWithFreeDisk(backend);
         if (failing == 0)
             backend.expectLine("/usr/bin/sudo parted -s /dev/sdb rm 1").exits(1);
         if (failing == 1)
@@ -110,14 +118,14 @@ TEST(Wipefs, ZeroesOnlyAfterASuccessfulWipeAndWaitsUnlessInBackground)
 {
     {
         ScriptedBackend backend;
-        backend.allowOthers();
+        answerWithFreeDisk(backend);
         backend.expectLine(kWipe).exits(1);
         EXPECT_FALSE(VXDisk().wipefs("/dev/sdb", false));
         EXPECT_EQ(writeLines(backend), QStringList{kWipe});
     }
     {
         ScriptedBackend backend;
-        backend.allowOthers();
+        answerWithFreeDisk(backend);
         EXPECT_TRUE(VXDisk().wipefs("/dev/sdb", false));
         EXPECT_EQ(writeLines(backend), (QStringList{kWipe, kZero}));
         for (const LNX2ProcRequest& call : backend.calls()) {
@@ -128,7 +136,7 @@ TEST(Wipefs, ZeroesOnlyAfterASuccessfulWipeAndWaitsUnlessInBackground)
         }
     }
     ScriptedBackend backend;
-    backend.allowOthers();
+    answerWithFreeDisk(backend);
     {
         GatedBackend gated(backend);
         EXPECT_TRUE(VXDisk().wipefs("/dev/sdb", true));
@@ -166,6 +174,17 @@ TEST(Partitions, SystemDiskIsNeverTouched)
     EXPECT_TRUE(writeLines(backend).isEmpty());
     EXPECT_TRUE(disk.createPart("/dev/sdb"));
     EXPECT_EQ(writeLines(backend).size(), 3);
+}
+
+TEST(Partitions, NothingRunsWhenTheInventoryCannotBeRead)
+{
+    ScriptedBackend backend;
+    backend.allowOthers(); // lsblk prints nothing
+    VXDisk disk;
+    EXPECT_FALSE(disk.createPart("/dev/sdb"));
+    EXPECT_FALSE(disk.removePart("/dev/sdb"));
+    EXPECT_FALSE(disk.wipefs("/dev/sdb", true));
+    EXPECT_TRUE(writeLines(backend).isEmpty());
 }
 
 TEST(DeviceArguments, NoToolRunsForAnythingButADevicePath)
