@@ -53,7 +53,14 @@ public:
         if (dev.isEmpty())
             return;
         run("losetup", {"-d", dev});
-        EXPECT_EQ(run("losetup", {"-j", image}), "") << "loop device left behind";
+        // The kernel detaches only when the last opener closes: a probe of
+        // another test (libblkid walks every device) may still hold it.
+        EXPECT_TRUE(waitUntil(
+            [&] {
+                return run("losetup", {"-j", image}).isEmpty();
+            },
+            10000, 50))
+            << "loop device left behind";
     }
     LoopDevice(const LoopDevice&) = delete;
     LoopDevice& operator=(const LoopDevice&) = delete;
