@@ -145,8 +145,8 @@ QJsonObject VXDiskPrivate::probe(const QString& path)
     if (!probe)
         return tags;
     blkid_probe_enable_superblocks(probe, 1);
-    blkid_probe_set_superblocks_flags(probe, BLKID_SUBLKS_LABEL | BLKID_SUBLKS_UUID |
-                                                 BLKID_SUBLKS_TYPE);
+    blkid_probe_set_superblocks_flags(probe,
+                                      BLKID_SUBLKS_LABEL | BLKID_SUBLKS_UUID | BLKID_SUBLKS_TYPE);
     if (blkid_do_safeprobe(probe) == 0) {
         tags.insert(QStringLiteral("uuid"), tagOf(probe, "UUID"));
         tags.insert(QStringLiteral("type"), tagOf(probe, "TYPE"));
