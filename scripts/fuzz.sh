@@ -17,7 +17,12 @@ for target in build-fuzz/tests/fuzz/fuzz_*; do
     corpus="build-fuzz/corpus/$name"
     mkdir -p "$corpus"
     seeds="tests/fuzz/seeds/${name#fuzz_}"
+    # Environment a target needs, NAME=value a line, in tests/fuzz/<target>.env.
+    envs=()
+    if [ -f "tests/fuzz/$name.env" ]; then
+        mapfile -t envs < <(grep -v '^#' "tests/fuzz/$name.env" | sed '/^$/d')
+    fi
     echo "fuzz: $name for ${seconds}s"
-    "$target" -max_total_time="$seconds" -print_final_stats=1 "$corpus" \
+    env "${envs[@]}" "$target" -max_total_time="$seconds" -print_final_stats=1 "$corpus" \
         $( [ -d "$seeds" ] && echo "$seeds" ) 2>&1 | tail -n 12
 done
