@@ -1,9 +1,9 @@
+#include "vx/vxcommon.h"
 #include "vx/vxdevice.h"
 #include "vx/vxdisk.h"
 #include "vx/vxdisk_p.h"
 #include "vx/vxhealthparse.h"
 
-#include "lnx2/lnx2process.h"
 #include "lnx2/lnx2utils.h"
 
 #include <QJsonDocument>
@@ -14,11 +14,10 @@ int VXDisk::smartInfo(QJsonArray& rows, const QString& dev)
 {
     if (!isDevicePath(dev))
         return -1;
-    const LNX2ProcResult run =
-        procRunLine(QStringLiteral("/usr/bin/sudo smartctl -aj ") + dev, 999, 9999);
-    if (!run.ok())
+    QString output;
+    if (!runTool(QStringLiteral("/usr/bin/sudo smartctl -aj ") + dev, output))
         return -1;
-    const QJsonDocument report = QJsonDocument::fromJson(run.out);
+    const QJsonDocument report = QJsonDocument::fromJson(output.toUtf8());
     if (!report.isObject())
         return -1;
     smartRowsOf(rows, report.object(), dev.startsWith(QLatin1String("/dev/nvme")));

@@ -1,9 +1,9 @@
+#include "vx/vxcommon.h"
 #include "vx/vxdevice.h"
 #include "vx/vxdisk.h"
 
 #include "gx2/gx2utils.h"
 #include "gx2/gx2workers.h"
-#include "lnx2/lnx2process.h"
 #include "lnx2/lnx2utils.h"
 
 namespace {
@@ -38,12 +38,13 @@ bool parted(const QString& dev, const QString& action)
 
 bool wipeSignatures(const QString& dev)
 {
-    if (!procRunLine(kSudo + QStringLiteral("wipefs -a ") + dev, 999, 9999).ok())
+    QString output;
+    if (!runTool(kSudo + QStringLiteral("wipefs -a ") + dev, output))
         return false;
     // Also clears boot code and stale metadata that wipefs has no signature for.
-    procRunLine(kSudo + QStringLiteral("dd if=/dev/zero of=") + dev +
-                    QStringLiteral(" bs=512K count=20"),
-                999, 9999);
+    runTool(kSudo + QStringLiteral("dd if=/dev/zero of=") + dev +
+                QStringLiteral(" bs=512K count=20"),
+            output);
     return true;
 }
 

@@ -1,5 +1,6 @@
 #include "tools/adm/admtable.h"
 
+#include "gx2/gx2utils.h"
 #include "gx2/gx2workers.h"
 
 #include <QJsonDocument>
@@ -69,18 +70,6 @@ Examples:
 
 const char kHint[] = "Try 'nasbroltadm --help' for more information.\n";
 
-// Qt 5 parses only objects and arrays at the top, so a scalar is read as
-// the single element of an array.
-bool parseJson(const QString& text, QJsonValue& out)
-{
-    QJsonParseError error{};
-    const QJsonDocument doc = QJsonDocument::fromJson('[' + text.toUtf8() + ']', &error);
-    if (error.error != QJsonParseError::NoError || doc.array().size() != 1)
-        return false;
-    out = doc.array().at(0);
-    return true;
-}
-
 QString typeName(AdmType type)
 {
     switch (type) {
@@ -102,15 +91,7 @@ QString typeName(AdmType type)
     return QString();
 }
 
-// A number as JSON writes it: 5, not 5.0.
-QString numberText(double d)
-{
-    return QString::fromUtf8(QJsonDocument(QJsonArray{d}).toJson(QJsonDocument::Compact))
-        .mid(1)
-        .chopped(1);
-}
-
-bool toInt(const QJsonValue& arg, int& out)
+bool argToInt(const QJsonValue& arg, int& out)
 {
     if (arg.isBool()) {
         out = arg.toBool() ? 1 : 0;
@@ -129,7 +110,7 @@ bool toInt(const QJsonValue& arg, int& out)
     return true;
 }
 
-bool toBool(const QJsonValue& arg, bool& out)
+bool argToBool(const QJsonValue& arg, bool& out)
 {
     if (arg.isBool()) {
         out = arg.toBool();
@@ -137,7 +118,7 @@ bool toBool(const QJsonValue& arg, bool& out)
     }
     QString text = arg.isString() ? arg.toString().trimmed().toLower() : QString();
     if (arg.isDouble())
-        text = numberText(arg.toDouble());
+        text = jsonToString(arg);
     static const QStringList yes{"1", "true", "yes", "on"};
     static const QStringList no{"0", "false", "no", "off"};
     out = yes.contains(text);
@@ -258,8 +239,8 @@ QStringList AdmCall::list(int i) const
 
 QJsonValue admParseArg(const QString& word)
 {
-    QJsonValue value;
-    return parseJson(word, value) ? value : QJsonValue(word);
+    const QJsonValue value = toJsonValue(word.toUtf8());
+    return value.isUndefined() ? QJsonValue(word) : value;
 }
 
 bool admConvert(const QJsonValue& arg, const QString& word, AdmType type, QJsonValue& out)
@@ -277,7 +258,7 @@ bool admConvert(const QJsonValue& arg, const QString& word, AdmType type, QJsonV
         return true;
     case AdmType::Int: {
         int n = 0;
-        if (!toInt(arg, n))
+        if (!argToInt(arg, n))
             return false;
         out = n;
         return true;
@@ -291,7 +272,7 @@ bool admConvert(const QJsonValue& arg, const QString& word, AdmType type, QJsonV
     }
     case AdmType::Bool: {
         bool b = false;
-        if (!toBool(arg, b))
+        if (!argToBool(arg, b))
             return false;
         out = b;
         return true;
@@ -312,7 +293,7 @@ bool admConvert(const QJsonValue& arg, const QString& word, AdmType type, QJsonV
             if (v.isString())
                 items.append(v);
             else if (v.isDouble())
-                items.append(numberText(v.toDouble()));
+                items.append(jsonToString(v));
             else
                 return false;
         }
