@@ -6,6 +6,7 @@ const QList<AdmEntry>& admEntries()
     static const QList<AdmEntry> all = [] {
         QList<AdmEntry> entries;
         entries += admVXDiskEntries();
+        entries += admVXRaidEntries();
         return entries;
     }();
     return all;

@@ -88,6 +88,7 @@ struct AdmEntry
 // Every registered function; the entry lists of the library parts below.
 const QList<AdmEntry>& admEntries();
 QList<AdmEntry> admVXDiskEntries();
+QList<AdmEntry> admVXRaidEntries();
 
 // One word of the command line as a value: JSON when it parses as JSON,
 // else the plain string.
