@@ -85,12 +85,16 @@ QStringList preparedParts(QStringList disks)
     return parts;
 }
 
-void createSingle(const SingleJob& job)
+// prepared turns true when the disks are partitioned: the wait for the
+// array counts from then, since partitioning takes seconds a disk on slow
+// machines.
+void createSingle(const SingleJob& job, std::atomic_bool& prepared)
 {
     if (job.level == 0)
         writeDefaultLayout();
     const QStringList parts = preparedParts(job.disks);
     const QStringList spares = preparedParts(job.spares);
+    prepared.store(true);
     if (parts.isEmpty() || GX2Workers::stopping())
         return;
     procRunLine(raidCreateLine(job.md, job.level, job.chunk, parts, spares), 999, kCreateMs);
@@ -117,7 +121,8 @@ bool allListed(const QStringList& arrays)
 }
 
 // The caller's answer when the top array is missing.
-int createTwoTier(TwoTierJob job)
+// prepared turns true when every disk is partitioned (see createSingle).
+int createTwoTier(TwoTierJob job, std::atomic_bool& prepared)
 {
     job.disks.sort();
     for (int group = 0; group < job.subs.size(); ++group) {
@@ -135,6 +140,7 @@ int createTwoTier(TwoTierJob job)
         if (!procStartDetached(program, words))
             return kRaidFailed;
     }
+    prepared.store(true);
     QElapsedTimer clock;
     clock.start();
     while (!allListed(job.subs)) {
@@ -205,8 +211,9 @@ int VXRaidPrivate::createRaid(QString& error, int level, const QStringList& disk
     }
     const SingleJob job{path, level, disks, spares, chunk};
     const std::shared_ptr<std::atomic_bool> flag = creating;
-    if (!GX2Workers::start(QStringLiteral("raid-create ") + path, [flag, job] {
-            createSingle(job);
+    const auto prepared = std::make_shared<std::atomic_bool>(false);
+    if (!GX2Workers::start(QStringLiteral("raid-create ") + path, [flag, prepared, job] {
+            createSingle(job, *prepared);
             flag->store(false);
         })) {
         creating->store(false);
@@ -214,7 +221,6 @@ int VXRaidPrivate::createRaid(QString& error, int level, const QStringList& disk
         return kRaidFailed;
     }
     QElapsedTimer clock;
-    clock.start();
     for (;;) {
         // The flag drops after mdadm returned: look once more after it did.
         const bool running = creating->load();
@@ -222,7 +228,10 @@ int VXRaidPrivate::createRaid(QString& error, int level, const QStringList& disk
             md = path;
             return kRaidOk;
         }
-        if (!running || clock.elapsed() >= kAppearMs || !GX2Workers::sleepFor(kAppearPollMs))
+        if (!clock.isValid() && prepared->load())
+            clock.start();
+        if (!running || (clock.isValid() && clock.elapsed() >= kAppearMs) ||
+            !GX2Workers::sleepFor(kAppearPollMs))
             break;
     }
     error = QStringLiteral("the array did not appear: ") + path;
@@ -259,17 +268,20 @@ int VXRaidPrivate::createRaidX0(QString& error, QString& md, int subLevel, int g
     job.chunk = chunk;
     const std::shared_ptr<std::atomic_bool> flag = creating;
     const auto outcome = std::make_shared<std::atomic_int>(kRaidFailed);
-    if (!GX2Workers::start(QStringLiteral("raid-create ") + job.top, [flag, outcome, job] {
-            outcome->store(createTwoTier(job));
-            flag->store(false);
-        })) {
+    const auto prepared = std::make_shared<std::atomic_bool>(false);
+    if (!GX2Workers::start(QStringLiteral("raid-create ") + job.top,
+                           [flag, outcome, prepared, job] {
+                               outcome->store(createTwoTier(job, *prepared));
+                               flag->store(false);
+                           })) {
         creating->store(false);
         error = QStringLiteral("shutting down");
         return kRaidFailed;
     }
     QElapsedTimer clock;
-    clock.start();
-    while (creating->load() && clock.elapsed() < kTwoTierMs) {
+    while (creating->load() && (!clock.isValid() || clock.elapsed() < kTwoTierMs)) {
+        if (!clock.isValid() && prepared->load())
+            clock.start();
         if (!GX2Workers::sleepFor(kTwoTierPollMs))
             break;
     }

@@ -153,6 +153,13 @@ Poll pollRecord(VXRaidPrivate& d, const QString& md, QJsonObject& record,
     }
 }
 
+bool autoReadOnly(const QJsonObject& quickListEntry)
+{
+    return quickListEntry.value(QStringLiteral("abnormals"))
+        .toArray()
+        .contains(QStringLiteral("(auto-read-only)"));
+}
+
 // One array to stop and the member partitions to clean after it.
 struct Dismantling
 {
@@ -337,10 +344,18 @@ int VXRaidPrivate::pull(QString& error, const QString& md, const QString& member
     // A member that is already faulty or a spare may refuse; the removal decides.
     cmdExec(mdadm + md + QStringLiteral(" -f ") + part, kChangeMs);
     QString output;
-    if (!cmdExec(mdadm + md + QStringLiteral(" -r ") + part, output, kChangeMs)) {
+    // mdadm 4.2 takes "-r" here without complaint and removes nothing;
+    // "--remove" is the spelling it acts on.
+    if (!cmdExec(mdadm + md + QStringLiteral(" --remove ") + part, output, kChangeMs)) {
         const bool busy = output.contains(QStringLiteral("Device or resource busy"));
         error = busy ? kMemberBusy : output;
         return busy ? kRaidMemberBusy : kRaidFailed;
+    }
+    // Repartitioning a disk md still holds would corrupt the array.
+    QJsonObject after;
+    if (acquit(after, md) != kRaidOk || inArray(devsOf(after), part)) {
+        error = QStringLiteral("the member is still in the array: ") + part;
+        return kRaidFailed;
     }
     QStringList cleaning{mdadm + QStringLiteral("--zero-superblock ") + part};
     // A whole-disk member has no partition to remove.
@@ -420,13 +435,18 @@ int VXRaidPrivate::repairAll()
         const QString dev = array.value(QStringLiteral("dev")).toString();
         if (!isRaidPath(dev))
             continue;
-        const QJsonArray abnormals = array.value(QStringLiteral("abnormals")).toArray();
-        if (abnormals.contains(QStringLiteral("(auto-read-only)")))
+        if (autoReadOnly(array))
             cmdExec(mdadm + QStringLiteral("--readwrite ") + dev, kChangeMs);
         if (array.value(QStringLiteral("active")).toInt() != 1)
             cmdExec(mdadm + QStringLiteral("--stop ") + dev, kChangeMs);
     }
     cmdExec(mdadm + QStringLiteral("--assemble --scan --force"), kChangeMs);
+    // Debian's md starts what it assembles auto-read-only (start_ro=1).
+    for (const QJsonValue& value : mdevices()) {
+        const QString dev = value.toObject().value(QStringLiteral("dev")).toString();
+        if (isRaidPath(dev) && autoReadOnly(value.toObject()))
+            cmdExec(mdadm + QStringLiteral("--readwrite ") + dev, kChangeMs);
+    }
     return kRaidOk;
 }
 

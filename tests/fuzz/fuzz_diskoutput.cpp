@@ -1,9 +1,10 @@
 // libFuzzer target for the readers of disk tool output (lsblk JSON,
-// /proc/mdstat, pvs, parted, hdparm, fdisk, smartctl, iotop): a tool that prints something
+// /proc/mdstat, mdadm -D, pvs, parted, hdparm, fdisk, smartctl, iotop): a tool that prints something
 // unexpected must give an empty or consistent result, never a crash.
 
 #include "vx/vxdiskparse.h"
 #include "vx/vxhealthparse.h"
+#include "vx/vxraidparse.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -37,6 +38,34 @@ void checkInventory(const QJsonObject& inventory)
     }
 }
 
+void checkRaid(const QString& text)
+{
+    QJsonObject record;
+    const QJsonObject inventory{{QStringLiteral("/dev/sda"), QJsonObject{}}};
+    if (raidDetailOf(record, text, QStringLiteral("/dev/md0"), &inventory, RaidLookups{})) {
+        check(record.value(QStringLiteral("md")).toString() == QLatin1String("/dev/md0"),
+              "record of another array");
+        for (const char* key : {"members", "spares"}) {
+            for (const QJsonValue& row : record.value(QLatin1String(key)).toArray())
+                check(row.toObject().value(QStringLiteral("part")).toString().startsWith(
+                          QLatin1String("/dev/")),
+                      "member outside /dev");
+        }
+        raidStatusOf(record, false);
+        raidFoldOf(QJsonObject{{QStringLiteral("/dev/md0"), record}});
+    }
+    raidProgressOf(text);
+    raidRemodelingOf(text);
+    raidTimeOf(text);
+    for (const QString& name : mdstatNames(text))
+        check(name.startsWith(QLatin1String("/dev/md")), "array outside /dev/md");
+    for (const QJsonValue& array : mdstatQuickList(text)) {
+        const QJsonArray members = array.toObject().value(QStringLiteral("members")).toArray();
+        for (int i = 1; i < members.size(); ++i)
+            check(members.at(i - 1).toString() <= members.at(i).toString(), "members unsorted");
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -52,6 +81,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const QJsonArray listed = alloadOf(lsblk, inventory, true, true, true, true);
     check(listed.size() <= lsblk.value(QStringLiteral("blockdevices")).toArray().size(),
           "more records than devices");
+
+    checkRaid(text);
 
     QString serial;
     hdparmSerial(serial, text);

@@ -209,15 +209,16 @@ TEST(AdmUsage, ListsFunctionsAndRefusesWrongCommandLines)
           "VXDiskPrivate::devTypes entry", "VXFileSystem::lastError"})
         EXPECT_TRUE(lines.contains(line)) << line;
     EXPECT_EQ(lines.count("VXFileSystem::create fs dev blockSize"), 1);
-    EXPECT_EQ(lines.size(), 42);
+    EXPECT_EQ(lines.size(), 75);
 
     // Out-parameters carry the names the headers give them.
     QSet<QString> outs;
     for (const AdmEntry& entry : admEntries())
         outs += QSet<QString>(entry.outs.cbegin(), entry.outs.cend());
-    EXPECT_EQ(outs, (QSet<QString>{"rows", "celsius", "perDisk", "min", "max", "speeds", "serial",
-                                   "vendor", "mountpoint", "raid", "lvm", "mounted", "system",
-                                   "crypt", "cdrom", "error", "disks"}));
+    EXPECT_EQ(outs, (QSet<QString>{"rows",   "celsius", "perDisk",    "min",   "max",   "speeds",
+                                   "serial", "vendor",  "mountpoint", "raid",  "lvm",   "mounted",
+                                   "system", "crypt",   "cdrom",      "error", "disks", "out",
+                                   "md",     "devs",    "part"}));
 
     const std::tuple<QStringList, QByteArray> refused[] = {
         {{"VXDisk::Allist"},
@@ -231,6 +232,52 @@ TEST(AdmUsage, ListsFunctionsAndRefusesWrongCommandLines)
     for (const auto& [args, message] : refused)
         EXPECT_EQ(run(admEntries(), args), std::make_tuple(2, QByteArray(), message))
             << qPrintable(args.join(' '));
+}
+
+TEST(AdmUsage, ListsEveryArrayFunctionWithItsInputs)
+{
+    const QStringList lines =
+        QString::fromUtf8(admRun({"--list"}, admEntries()).out).split('\n', Qt::SkipEmptyParts);
+    for (const char* line : {"VXRaid::acquit md",
+                             "VXRaid::status md",
+                             "VXRaid::percents md",
+                             "VXRaid::names",
+                             "VXRaid::exists md",
+                             "VXRaid::allist",
+                             "VXRaid::alload",
+                             "VXRaid::isAllSsd md",
+                             "VXRaid::create level disks spares chunk",
+                             "VXRaid::extend md disks",
+                             "VXRaid::grow md level disks",
+                             "VXRaid::push md disks",
+                             "VXRaid::pull md member",
+                             "VXRaid::remove md",
+                             "VXRaid::removes md",
+                             "VXRaid::repair md",
+                             "VXRaid::repairAll",
+                             "VXRaid::rename oldMd newMd",
+                             "VXRaid::active md",
+                             "VXRaid::writeConfig",
+                             "VXRaid::waitForWriteConfig msecs",
+                             "VXRaid::limitSpeeds",
+                             "VXRaid::setLimitSpeeds max min",
+                             "VXRaidPrivate::acquit md",
+                             "VXRaidPrivate::acquit md inventory",
+                             "VXRaidPrivate::loadDevs record key",
+                             "VXRaidPrivate::createPart disk waitMs"})
+        EXPECT_TRUE(lines.contains(line)) << line;
+
+    // The out-parameters come back under their own names; a refused level
+    // runs no tool.
+    ScriptedBackend tools;
+    tools.allowOthers(ScriptedBackend::succeeded());
+    const AdmOutput refused =
+        admRun({"VXRaid::create", "7", R"(["/dev/sdb","/dev/sdc"])", "[]", "64"}, admEntries());
+    const QJsonObject printed = QJsonDocument::fromJson(refused.out).object();
+    EXPECT_EQ(printed.keys(), (QStringList{"error", "md", "result"}));
+    EXPECT_EQ(std::make_tuple(refused.status, printed.value("result").toInt()),
+              std::make_tuple(1, 9995));
+    EXPECT_EQ(tools.callLines(), QStringList());
 }
 
 TEST(AdmBinary, CallsTheLibraryThroughTheSubstituteTools)

@@ -416,7 +416,21 @@ TEST_F(RaidChange, PushAndPull)
         {mdLine("/dev/md0", 0, parts), mdLine("/dev/md4", 4, parts), mdLine("/dev/md1", 1, parts)});
     detailOf("/dev/md0", detail("/dev/md0", 0, parts)).repeatedly();
     detailOf("/dev/md4", detail("/dev/md4", 4, parts)).repeatedly();
-    detailOf("/dev/md1", detail("/dev/md1", 1, parts, {"/dev/sdd1"})).repeatedly();
+    // mdadm -D lists the spare sdd1 until a removal really took it out.
+    bool removed = false;
+    const QString md1 = "/usr/bin/sudo mdadm -D /dev/md1";
+    backend
+        .expectIf(
+            md1,
+            [&](const LNX2ProcRequest& r) { return ScriptedBackend::lineOf(r) == md1 && !removed; })
+        .prints(detail("/dev/md1", 1, parts, {"/dev/sdd1"}))
+        .repeatedly();
+    backend
+        .expectIf(
+            md1 + " after removal",
+            [&](const LNX2ProcRequest& r) { return ScriptedBackend::lineOf(r) == md1 && removed; })
+        .prints(detail("/dev/md1", 1, parts))
+        .repeatedly();
     EXPECT_EQ(raid.push(error, "/dev/md0", disks("e")), kRaidNoMigration);
     EXPECT_EQ(raid.push(error, "/dev/md4", disks("e")), kRaidBusy);
     EXPECT_EQ(raid.push(error, "/dev/md7", disks("e")), kRaidUnknown);
@@ -435,7 +449,13 @@ TEST_F(RaidChange, PushAndPull)
     const QStringList clean{kMdadm + "--zero-superblock /dev/sdd1",
                             "/usr/bin/sudo parted -s /dev/sdd rm 1",
                             "/usr/bin/sudo wipefs -a /dev/sdd"};
-    const QString removal = kMdadm + "/dev/md1 -r /dev/sdd1";
+    const QString removal = kMdadm + "/dev/md1 --remove /dev/sdd1";
+    const auto removes = [&] {
+        removed = false;
+        backend.expectIf(removal, [&](const LNX2ProcRequest& r) {
+            return ScriptedBackend::lineOf(r) == removal && (removed = true);
+        });
+    };
     backend.expectLine(kMdadm + "/dev/md1 -f /dev/sdd1").repeatedly();
     backend.expectLine(removal).exits(1).errs(
         "mdadm: hot remove failed for /dev/sdd1: Device or resource busy\n");
@@ -444,14 +464,19 @@ TEST_F(RaidChange, PushAndPull)
     backend.expectLine(removal).exits(1).errs("mdadm: other\n");
     EXPECT_EQ(raid.pull(error, "/dev/md1", "/dev/sdd1"), kRaidFailed);
     EXPECT_EQ(error, "mdadm: other\n");
-    const int before = changes().size();
+    // A removal that exits 0 but leaves the member: its disk is not touched.
+    int before = changes().size();
     backend.expectLine(removal);
+    EXPECT_EQ(raid.pull(error, "/dev/md1", "/dev/sdd"), kRaidFailed);
+    EXPECT_EQ(changes().mid(before).last(), removal);
+    before = changes().size();
+    removes();
     for (const QString& line : clean)
         backend.expectLine(line);
     EXPECT_EQ(raid.pull(error, "/dev/md1", "/dev/sdd"), kRaidOk);
     const QStringList pulled{kMdadm + "/dev/md1 -f /dev/sdd1", removal};
     EXPECT_EQ(changes().mid(before), pulled + clean);
-    backend.expectLine(removal);
+    removes();
     backend.expectLine(clean[0]);
     backend.expectLine(clean[1]).exits(1);
     backend.expectLine(clean[2]);
@@ -514,12 +539,27 @@ TEST_F(RaidChange, RepairAllSwitchesStopsAndAssembles)
 {
     mdstat({"md1 : active (auto-read-only) raid1 sdb1[0] sdc1[1]",
             "md127 : inactive sdd1[1](S) sde1[0](S)", mdLine("/dev/md2", 1, {"/dev/sdf1"})});
-    backend.expectLine(kMdadm + "--readwrite /dev/md1");
-    backend.expectLine(kMdadm + "--stop /dev/md127");
-    backend.expectLine(kMdadm + "--assemble --scan --force").exits(2);
+    const QString assemble = kMdadm + "--assemble --scan --force";
+    // What the kernel assembles comes up auto-read-only.
+    backend
+        .expectIf(assemble,
+                  [&](const LNX2ProcRequest& r) {
+                      if (ScriptedBackend::lineOf(r) != assemble)
+                          return false;
+                      mdstat({"md1 : active raid1 sdb1[0] sdc1[1]",
+                              "md127 : active (auto-read-only) raid1 sdd1[1] sde1[0]"});
+                      return true;
+                  })
+        .exits(2);
+    backend
+        .expectIf("readwrite and stop",
+                  [](const LNX2ProcRequest& r) {
+                      return r.arguments.contains("--readwrite") || r.arguments.contains("--stop");
+                  })
+        .repeatedly();
     EXPECT_EQ(raid.repairAll(), kRaidOk);
     EXPECT_EQ(changes(), QStringList({kMdadm + "--readwrite /dev/md1", kMdadm + "--stop /dev/md127",
-                                      kMdadm + "--assemble --scan --force"}));
+                                      assemble, kMdadm + "--readwrite /dev/md127"}));
 }
 
 } // namespace
