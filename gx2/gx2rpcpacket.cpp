@@ -181,3 +181,26 @@ bool GX2RpcPacket::takeRouter(int& fd, int& session, QJsonObject& obj)
         obj.insert(QStringLiteral("routers"), hops);
     return true;
 }
+
+void GX2RpcPacket::setErr(int err)
+{
+    insert(QStringLiteral("err"), err);
+}
+
+void GX2RpcPacket::setResults(const QJsonObject& results)
+{
+    insert(QStringLiteral("results"), results);
+    setErr(0);
+}
+
+GX2RpcPacket GX2RpcPacket::ofErr(int err)
+{
+    GX2RpcPacket packet;
+    packet.setErr(err);
+    return packet;
+}
+
+QJsonValue GX2RpcPacket::param(const QString& key) const
+{
+    return value(QStringLiteral("params")).toObject().value(key);
+}

@@ -50,6 +50,13 @@ public:
     // Becomes only the "seq", "cno", "cmd", "routers" and "_" keys of from.
     void shrink(const QJsonObject& from);
 
+    // Answers of the command slots: "err", and "results" with "err" 0.
+    void setErr(int err);
+    void setResults(const QJsonObject& results);
+    static GX2RpcPacket ofErr(int err);
+    // A request's "params"[key] (undefined when absent).
+    QJsonValue param(const QString& key) const;
+
     static QByteArray keepAlive();
     static GX2RpcPacket make(const QString& cmd, int err, const QJsonObject& params);
     static void copyResponsed(QJsonObject& to, const QJsonObject& from);

@@ -48,6 +48,10 @@ QString toStrOfInt(qint64 value, const QString& suffix = QString());
 QString capacitySize(qint64 bytes);
 // Bytes per second of a rate unit, case ignored: "B/s" 1, "K/s" 1024 ... "P/s" 1024^5; others 1.
 qint64 asUnitSpeed(const QString& unit);
+// A size as LVM prints it ("<1.50g", "4194304B"): trimmed, a leading "<" or
+// ">" dropped, the last character a unit of b s k m g t p e (case ignored;
+// none means bytes), the number read as a double; 0 when unreadable.
+qint64 asCapacity(const QString& text);
 
 // Dotted versions compared component by component as decimal integers
 // (missing or unreadable components are 0). The result is the difference of

@@ -35,28 +35,11 @@ constexpr int kDefaultWaitMs = 30000;
 constexpr int kMaxWaitMs = 300000;
 constexpr int kPollMs = 50;
 
-QJsonValue param(const GX2RpcPacket& cmdObject, const QString& key)
-{
-    return cmdObject.value(QStringLiteral("params")).toObject().value(key);
-}
-
 // Clamped to the int range first: 2^32 + 100 must not come out as 100.
 int clampedInt(const QJsonValue& value)
 {
     return int(qBound<qint64>(std::numeric_limits<int>::min(), toInt64(value),
                               std::numeric_limits<int>::max()));
-}
-
-void answer(GX2RpcPacket* retObject, int err)
-{
-    retObject->insert(QStringLiteral("err"), err);
-}
-
-GX2RpcPacket answerOf(int err)
-{
-    GX2RpcPacket packet;
-    answer(&packet, err);
-    return packet;
 }
 
 void runUpdates(const std::shared_ptr<RaidUpdates>& updates)
@@ -116,7 +99,7 @@ void RaidRouter::raid_writeconfig(GX2RpcPacket* retObject, GX2RpcPacket cmdObjec
         std::lock_guard<std::mutex> guard(updates->lock);
         if (updates->running) {
             updates->pending = true;
-            return answer(retObject, kErrOk);
+            return retObject->setErr(kErrOk);
         }
         updates->running = true;
     }
@@ -126,21 +109,21 @@ void RaidRouter::raid_writeconfig(GX2RpcPacket* retObject, GX2RpcPacket cmdObjec
         updates->running = false;
         updates->pending = false;
     }
-    answer(retObject, kErrOk);
+    retObject->setErr(kErrOk);
 }
 
 void RaidRouter::raid_writeconfig_waitfor(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
     if (!updates->busy())
-        return answer(retObject, kErrBusy);
-    const int limitMs = waitLimitMs(param(cmdObject, QStringLiteral("timeout")));
+        return retObject->setErr(kErrBusy);
+    const int limitMs = waitLimitMs(cmdObject.param(QStringLiteral("timeout")));
     // The wait may take minutes: the loop goes on serving other connections.
     const GX2Deferred later = retObject->answerLater();
     const std::shared_ptr<RaidUpdates> shared = updates;
     if (!GX2Workers::start(QStringLiteral("initramfs wait"), [shared, limitMs, later] {
-            later.answer(answerOf(waitIdle(*shared, limitMs)));
+            later.answer(GX2RpcPacket::ofErr(waitIdle(*shared, limitMs)));
         }))
-        later.answer(answerOf(kErrNoAnswer));
+        later.answer(GX2RpcPacket::ofErr(kErrNoAnswer));
 }
 
 void RaidRouter::raid_limit_speeds(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
@@ -149,14 +132,12 @@ void RaidRouter::raid_limit_speeds(GX2RpcPacket* retObject, GX2RpcPacket cmdObje
     int max = 0;
     int min = 0;
     raid.limitSpeeds(max, min);
-    retObject->insert(QStringLiteral("results"),
-                      QJsonObject{{QStringLiteral("max"), max}, {QStringLiteral("min"), min}});
-    answer(retObject, kErrOk);
+    retObject->setResults({{QStringLiteral("max"), max}, {QStringLiteral("min"), min}});
 }
 
 void RaidRouter::raid_limit_speeds_change(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    const int max = clampedInt(param(cmdObject, QStringLiteral("max")));
-    const int min = clampedInt(param(cmdObject, QStringLiteral("min")));
-    answer(retObject, raid.setLimitSpeeds(max, min) ? kErrOk : kErrWriteFailed);
+    const int max = clampedInt(cmdObject.param(QStringLiteral("max")));
+    const int min = clampedInt(cmdObject.param(QStringLiteral("min")));
+    retObject->setErr(raid.setLimitSpeeds(max, min) ? kErrOk : kErrWriteFailed);
 }

@@ -31,26 +31,7 @@ QJsonObject paramsOf(const GX2RpcPacket& cmdObject)
 // The record or directory numbers a command names under key.
 QList<int> numbersOf(const GX2RpcPacket& cmdObject, const char* key)
 {
-    return jarrayToInts(paramsOf(cmdObject).value(QLatin1String(key)).toArray());
-}
-
-void answer(GX2RpcPacket* retObject, int err)
-{
-    retObject->insert(QStringLiteral("err"), err);
-}
-
-// An answer of its own, for an answer given later.
-GX2RpcPacket answerOf(int err)
-{
-    GX2RpcPacket packet;
-    answer(&packet, err);
-    return packet;
-}
-
-void answer(GX2RpcPacket* retObject, const QJsonObject& results)
-{
-    retObject->insert(QStringLiteral("results"), results);
-    answer(retObject, kErrOk);
+    return jarrayToInts(cmdObject.param(QLatin1String(key)).toArray());
 }
 
 struct Outcome
@@ -97,15 +78,15 @@ void linkAt(const QString& target, const QString& link)
 void SmbAuditRouter::smbaudit_config_load(GX2RpcPacket* retObject, GX2RpcPacket)
 {
     const QJsonObject config = GX2File::readJsonObject(sysPath(QString::fromLatin1(kConfigFile)));
-    answer(retObject,
-           {{QStringLiteral("storagedir"), toString(config.value(QStringLiteral("storagedir")))},
-            {QStringLiteral("savedays"), toInt(config.value(QStringLiteral("savedays")))}});
+    retObject->setResults(
+        {{QStringLiteral("storagedir"), toString(config.value(QStringLiteral("storagedir")))},
+         {QStringLiteral("savedays"), toInt(config.value(QStringLiteral("savedays")))}});
 }
 
 void SmbAuditRouter::smbaudit_config_save(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
     if (moveRequested)
-        return answer(retObject, kErrBusy);
+        return retObject->setErr(kErrBusy);
     const QJsonObject params = paramsOf(cmdObject);
     const QString dir = toString(params.value(QStringLiteral("storagedir")));
     QJsonObject config;
@@ -118,38 +99,38 @@ void SmbAuditRouter::smbaudit_config_save(GX2RpcPacket* retObject, GX2RpcPacket 
     const int savedays = toInt(params.value(QStringLiteral("savedays")));
     config.insert(QStringLiteral("savedays"), savedays);
     if (!writeFile(sysPath(QString::fromLatin1(kConfigFile)), config))
-        return answer(retObject, kErrWriteFailed);
+        return retObject->setErr(kErrWriteFailed);
     m_savedays = savedays;
     if (!isRunning())
-        return answer(retObject, kErrNotRunning); // takes effect at the next start
+        return retObject->setErr(kErrNotRunning); // takes effect at the next start
     // No move can run here (moveRequested was clear), so m_storageFile is stable.
     if (target != m_storageFile) {
         m_pendingFile = target;
         moveRequested = true;
         resume();
     }
-    answer(retObject, kErrOk);
+    retObject->setErr(kErrOk);
 }
 
 void SmbAuditRouter::smbaudit_dir_loadby(GX2RpcPacket* retObject, GX2RpcPacket)
 {
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
-        return answer(retObject, kErrNotOpen);
+        return retObject->setErr(kErrNotOpen);
     const Outcome dirs = runSql(db, "smbaudit_dir_loadby", {});
     if (!dirs.ok)
-        return answer(retObject, kErrDatabase);
+        return retObject->setErr(kErrDatabase);
     QJsonArray records;
     for (const QJsonValue& row : dirs.rows)
         records.append(dirByFields(row.toObject()));
-    answer(retObject, {{QStringLiteral("records"), records}});
+    retObject->setResults({{QStringLiteral("records"), records}});
 }
 
 void SmbAuditRouter::smbaudit_dir_append(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
-        return answer(retObject, kErrNotOpen);
+        return retObject->setErr(kErrNotOpen);
     const QStringList dirs = toStrings(paramsOf(cmdObject).value(QStringLiteral("dirs")).toArray());
     // A list of empty names counts as an empty list.
     int err = kErrBadParam;
@@ -167,18 +148,18 @@ void SmbAuditRouter::smbaudit_dir_append(GX2RpcPacket* retObject, GX2RpcPacket c
         watchedDirs.insert(dir + QLatin1Char('/'), sadno);
     }
     if (added.isEmpty())
-        return answer(retObject, err);
-    answer(retObject, {{QStringLiteral("dirs"), added}});
+        return retObject->setErr(err);
+    retObject->setResults({{QStringLiteral("dirs"), added}});
 }
 
 void SmbAuditRouter::smbaudit_dir_remove(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
-        return answer(retObject, kErrNotOpen);
+        return retObject->setErr(kErrNotOpen);
     const QList<int> sadnos = numbersOf(cmdObject, "sadnos");
     if (sadnos.isEmpty())
-        return answer(retObject, kErrBadParam);
+        return retObject->setErr(kErrBadParam);
     QJsonArray removed;
     for (const int sadno : sadnos) {
         if (runSql(db, "smbaudit_dir_remove", {{QStringLiteral("sadno"), sadno}}).changes < 1)
@@ -189,31 +170,31 @@ void SmbAuditRouter::smbaudit_dir_remove(GX2RpcPacket* retObject, GX2RpcPacket c
             watchedDirs.remove(dir);
     }
     if (removed.isEmpty())
-        return answer(retObject, kErrNothing);
+        return retObject->setErr(kErrNothing);
     // The records of the removed directories may be many; the answer need not wait.
     db.callDetach(QStringLiteral("smbaudit_log_clean"), {});
-    answer(retObject, {{QStringLiteral("records"), removed}});
+    retObject->setResults({{QStringLiteral("records"), removed}});
 }
 
 void SmbAuditRouter::smbaudit_dir_erase(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
-        return answer(retObject, kErrNotOpen);
+        return retObject->setErr(kErrNotOpen);
     const QList<int> sadnos = numbersOf(cmdObject, "sadnos");
     if (sadnos.isEmpty())
-        return answer(retObject, kErrBadParam);
+        return retObject->setErr(kErrBadParam);
     for (const int sadno : sadnos)
         if (sadno > 0 && !runSql(db, "smbaudit_log_erase", {{QStringLiteral("sadno"), sadno}}).ok)
-            return answer(retObject, kErrDatabase);
-    answer(retObject, kErrOk);
+            return retObject->setErr(kErrDatabase);
+    retObject->setErr(kErrOk);
 }
 
 void SmbAuditRouter::smbaudit_log_loadby(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
-        return answer(retObject, kErrNotOpen);
+        return retObject->setErr(kErrNotOpen);
     const QJsonObject params = paramsOf(cmdObject);
     const int page = qMax(1, toInt(params.value(QStringLiteral("page"))));
     const int given = toInt(params.value(QStringLiteral("ofpage")));
@@ -227,35 +208,35 @@ void SmbAuditRouter::smbaudit_log_loadby(GX2RpcPacket* retObject, GX2RpcPacket c
     retObject->insert(QStringLiteral("reccount"), reccount);
     retObject->insert(QStringLiteral("page"), page);
     retObject->insert(QStringLiteral("ofpage"), ofpage);
-    answer(retObject, kErrOk);
+    retObject->setErr(kErrOk);
     if (count.ok && reccount < 1)
         return;
     const Outcome rows = count.ok ? runSql(db, "smbaudit_log_loadby", query) : Outcome();
     if (!rows.ok) {
         retObject->insert(QStringLiteral("errmsg"), db.lastError());
-        return answer(retObject, kErrDatabase);
+        return retObject->setErr(kErrDatabase);
     }
     QJsonArray records;
     for (const QJsonValue& row : rows.rows)
         records.append(logByFields(row.toObject()));
-    answer(retObject, {{QStringLiteral("records"), records}});
+    retObject->setResults({{QStringLiteral("records"), records}});
 }
 
 void SmbAuditRouter::smbaudit_log_remove(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
-        return answer(retObject, kErrNotOpen);
+        return retObject->setErr(kErrNotOpen);
     const QList<int> audnos = numbersOf(cmdObject, "audnos");
     if (audnos.isEmpty())
-        return answer(retObject, kErrBadParam);
+        return retObject->setErr(kErrBadParam);
     QJsonArray removed;
     for (const int audno : audnos)
         if (runSql(db, "smbaudit_log_remove", {{QStringLiteral("audno"), audno}}).changes > 0)
             removed.append(audno);
     if (removed.isEmpty())
-        return answer(retObject, kErrNothing);
-    answer(retObject, {{QStringLiteral("records"), removed}});
+        return retObject->setErr(kErrNothing);
+    retObject->setResults({{QStringLiteral("records"), removed}});
 }
 
 void SmbAuditRouter::smbaudit_log_export(GX2RpcPacket* retObject, GX2RpcPacket)
@@ -270,11 +251,11 @@ void SmbAuditRouter::smbaudit_log_export(GX2RpcPacket* retObject, GX2RpcPacket)
         db.exec(changes, lastId, QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)"), {});
     locker.unlock();
     if (!QFileInfo::exists(file))
-        return answer(retObject, kErrNothing);
+        return retObject->setErr(kErrNothing);
     const QString link = sysPath(QString::fromLatin1(kSharesDir)) + QStringLiteral("smbaudit.db");
     procRun(QStringLiteral("rm"), {QStringLiteral("-rf"), link}, kToolMs, kToolMs);
     linkAt(file, link);
-    answer(retObject, {{QStringLiteral("path"), QStringLiteral("/shares/smbaudit.db")}});
+    retObject->setResults({{QStringLiteral("path"), QStringLiteral("/shares/smbaudit.db")}});
 }
 
 void SmbAuditRouter::smbaudit_log_saveas(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
@@ -282,7 +263,7 @@ void SmbAuditRouter::smbaudit_log_saveas(GX2RpcPacket* retObject, GX2RpcPacket c
     {
         QReadLocker locker(&dbLock);
         if (!db.isOpen())
-            return answer(retObject, kErrNotOpen);
+            return retObject->setErr(kErrNotOpen);
     }
     // Writing out a whole store takes seconds: answered when the file is there.
     const QJsonObject params = paramsOf(cmdObject);
@@ -295,7 +276,7 @@ void SmbAuditRouter::smbaudit_log_saveas(GX2RpcPacket* retObject, GX2RpcPacket c
         });
     if (!started) {
         exports.end();
-        later.answer(answerOf(kErrFailed));
+        later.answer(GX2RpcPacket::ofErr(kErrFailed));
     }
 }
 
@@ -303,13 +284,13 @@ GX2RpcPacket SmbAuditRouter::saveAs(const QJsonObject& params)
 {
     QReadLocker locker(&dbLock);
     if (!db.isOpen())
-        return answerOf(kErrNotOpen);
+        return GX2RpcPacket::ofErr(kErrNotOpen);
     const Outcome all =
         runSql(db, "smbaudit_log_export",
                {{QStringLiteral("sadno"), toInt(params.value(QStringLiteral("sadno")))}});
     locker.unlock(); // writing and linking the file run tools
     if (!all.ok)
-        return answerOf(kErrDatabase);
+        return GX2RpcPacket::ofErr(kErrDatabase);
     const bool chinese = smbauditIsChinese(toString(params.value(QStringLiteral("language"))));
     const QString name = smbauditCsvName(QDateTime::currentDateTime());
     const QString file = sysPath(QStringLiteral("/tmp/")) + name;
@@ -317,10 +298,10 @@ GX2RpcPacket SmbAuditRouter::saveAs(const QJsonObject& params)
     for (const QJsonValue& row : all.rows)
         records.append(logByFields(row.toObject()));
     if (!writeFile(file, smbauditCsv(records, chinese)))
-        return answerOf(kErrWriteFailed);
+        return GX2RpcPacket::ofErr(kErrWriteFailed);
     linkAt(file, sysPath(QString::fromLatin1(kSharesDir)) + name);
     GX2RpcPacket result;
-    answer(&result, {{QStringLiteral("path"), QStringLiteral("/shares/") + name}});
+    result.setResults({{QStringLiteral("path"), QStringLiteral("/shares/") + name}});
     return result;
 }
 

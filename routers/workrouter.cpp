@@ -18,16 +18,6 @@ namespace {
 constexpr int kRmStartMs = 5000;
 constexpr int kRmFinishMs = 5000;
 
-QJsonValue param(const GX2RpcPacket& cmdObject, const QString& key)
-{
-    return cmdObject.value(QStringLiteral("params")).toObject().value(key);
-}
-
-void answer(GX2RpcPacket* retObject, int err)
-{
-    retObject->insert(QStringLiteral("err"), err);
-}
-
 // How PHP's session serialiser stores the user name: username|s:5:"alice".
 QString userNeedle(const QString& uid)
 {
@@ -66,10 +56,10 @@ WorkRouter::WorkRouter(QObject* parent) : GX2TodoRouter(parent) {}
 
 void WorkRouter::power_setbootime(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    const QDateTime bootime = toDateTime(param(cmdObject, QStringLiteral("bootime")));
+    const QDateTime bootime = toDateTime(cmdObject.param(QStringLiteral("bootime")));
     const QDateTime now = QDateTime::currentDateTime();
     if (!bootime.isValid() || now >= bootime) {
-        answer(retObject, kErrBadParam);
+        retObject->setErr(kErrBadParam);
         return;
     }
     // Deliberately bootime.secsTo(now), a negative count of seconds, and not an
@@ -77,7 +67,7 @@ void WorkRouter::power_setbootime(GX2RpcPacket* retObject, GX2RpcPacket cmdObjec
     const qint64 secs = bootime.secsTo(now);
     GX2File::saveBinary(QByteArray::number(secs),
                         sysPath(QStringLiteral("/sys/class/rtc/rtc0/wakealarm")));
-    answer(retObject, kErrOk);
+    retObject->setErr(kErrOk);
 }
 
 void WorkRouter::power_sleeping(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
@@ -85,35 +75,33 @@ void WorkRouter::power_sleeping(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
     Q_UNUSED(cmdObject)
     // Suspends to disk before the answer leaves; the write's result is moot.
     GX2File::saveBinary(QByteArrayLiteral("disk"), sysPath(QStringLiteral("/sys/power/state")));
-    answer(retObject, kErrOk);
+    retObject->setErr(kErrOk);
 }
 
 void WorkRouter::system_working(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
     Q_UNUSED(cmdObject)
-    answer(retObject, kErrOk);
+    retObject->setErr(kErrOk);
 }
 
 void WorkRouter::user_kick(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    const QString uid = toString(param(cmdObject, QStringLiteral("uid"))).trimmed();
+    const QString uid = toString(cmdObject.param(QStringLiteral("uid"))).trimmed();
     if (uid.isEmpty()) {
-        answer(retObject, kErrBadParam);
+        retObject->setErr(kErrBadParam);
         return;
     }
-    const QString ignore = toString(param(cmdObject, QStringLiteral("ignore")));
+    const QString ignore = toString(cmdObject.param(QStringLiteral("ignore")));
     const QString spared = ignore.isEmpty() ? QString() : QStringLiteral("sess_") + ignore;
     const int affected = kickSessions(userNeedle(uid), spared);
-    retObject->insert(QStringLiteral("results"),
-                      QJsonObject{{QStringLiteral("affected"), affected}});
-    answer(retObject, kErrOk);
+    retObject->setResults({{QStringLiteral("affected"), affected}});
 }
 
 void WorkRouter::device_isidle(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
 {
-    const QString dev = toString(param(cmdObject, QStringLiteral("dev"))).trimmed();
+    const QString dev = toString(cmdObject.param(QStringLiteral("dev"))).trimmed();
     if (dev.isEmpty()) {
-        answer(retObject, kErrBadParam);
+        retObject->setErr(kErrBadParam);
         return;
     }
     const int fd = ::open(dev.toUtf8().constData(), O_RDONLY | O_EXCL);
@@ -124,5 +112,5 @@ void WorkRouter::device_isidle(GX2RpcPacket* retObject, GX2RpcPacket cmdObject)
         return;
     }
     ::close(fd);
-    answer(retObject, kErrOk);
+    retObject->setErr(kErrOk);
 }

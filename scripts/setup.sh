@@ -13,7 +13,7 @@ packages=(
     # the qemu guest of tests/vm (its kernel is downloaded, not installed)
     qemu-system-x86 busybox-static xz-utils kmod udev systemd dbus
     # the disk tools the product runs, real in the guest tests; jq checks JSON there
-    mdadm lvm2 thin-provisioning-tools cryptsetup-bin parted fdisk
+    mdadm lvm2 thin-provisioning-tools cryptsetup-bin parted fdisk psmisc
     e2fsprogs xfsprogs btrfs-progs ntfs-3g smartmontools hdparm iotop jq
 )
 

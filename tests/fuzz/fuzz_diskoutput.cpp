@@ -1,10 +1,16 @@
 // libFuzzer target for the readers of disk tool output (lsblk JSON,
-// /proc/mdstat, mdadm -D, pvs, parted, hdparm, fdisk, smartctl, iotop): a tool that prints something
+// /proc/mdstat, mdadm -D, pvs, parted, hdparm, fdisk, smartctl, iotop, and the LVM,
+// df, cryptsetup and findmnt outputs of the volume code): a tool that prints something
 // unexpected must give an empty or consistent result, never a crash.
 
 #include "vx/vxdiskparse.h"
 #include "vx/vxhealthparse.h"
+#include "vx/vxlvmlines.h"
+#include "vx/vxlvmparse.h"
+#include "vx/vxlvmtables.h"
 #include "vx/vxraidparse.h"
+
+#include "gx2/gx2utils.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -66,6 +72,59 @@ void checkRaid(const QString& text)
     }
 }
 
+// An accepted volume name or password reaches a root shell line unquoted.
+void checkShellSafe(const QString& text)
+{
+    check(!text.startsWith(QLatin1Char('-')), "option accepted as a value");
+    for (const QChar c : text)
+        check(c.unicode() > 0x20 && !QLatin1String("\"'`$;&|<>()*?[]{}~#\\").contains(c),
+              "shell character accepted");
+}
+
+void checkLvm(const QString& text, const QByteArray& bytes)
+{
+    for (const QString& line : text.split(QLatin1Char('\n'))) {
+        asCapacity(line);
+        if (isLvmName(line) || isLvmPassword(line))
+            checkShellSafe(line);
+    }
+    check(peSizeMbOf(text) > 0, "extent size not positive");
+    check(vgSizesOf(text, QStringLiteral("vg0")).value(QStringLiteral("free")).toDouble() >= 0,
+          "negative free space");
+    const QJsonObject mounts = lvMountsOf(text);
+    for (auto it = mounts.constBegin(); it != mounts.constEnd(); ++it)
+        check(it.key().startsWith(QLatin1String("/mnt/")), "mount outside /mnt");
+    QJsonObject record;
+    if (lvRecordOf(text, record))
+        check(!record.value(QStringLiteral("lv")).toString().isEmpty(), "volume without a name");
+    QString vg, lv;
+    volumePathOf(text, QStringLiteral("vg0"), QStringLiteral("lv"), &vg);
+    vgLvOf(text, vg, lv);
+    dmPathOf(text, vg);
+    mkfsRunningOf(text, QStringLiteral("/dev/vg0/lv"));
+    qint64 size = 0, used = 0, avail = 0;
+    dfFiguresOf(text, size, used, avail);
+    isLuks2StatusOf(text);
+    check(thinSizeFromPool(vgFreeOf(text), 32) > 0, "pool size rounded to nothing");
+
+    // Rewritten tables: every fstab entry line has six non-empty fields.
+    const QJsonArray entries = fstabEntriesOf(bytes);
+    const QString added = QStringLiteral("/dev/vg0/lv /mnt/vg0/lv xfs defaults 0 0");
+    bool dropped = false;
+    const QStringList lines =
+        fstabAppendLines(entries, text, QStringLiteral("/dev/vg0/lv"), added) +
+        fstabRemoveLines(entries, text, QStringLiteral("/mnt/x"), &dropped);
+    for (const QString& line : lines) {
+        if (line != added && !line.isEmpty() && !line.trimmed().startsWith(QLatin1Char('#')))
+            check(line.split(QLatin1Char(' ')).size() == 6 && !line.contains(QLatin1String("  ")),
+                  "fstab line without six fields");
+    }
+    const QString own = QStringLiteral("vg0-lv_crypt /dev/vg0/lv /key");
+    const QStringList crypttab = crypttabAppendLines(text, QStringLiteral("/dev/vg0/lv"), own);
+    check(crypttab.count(own) == 1 && crypttab.last() == own, "crypttab line not once, last");
+    crypttabRemoveLines(text, QStringLiteral("/dev/vg0/lv"), &dropped);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -83,6 +142,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
           "more records than devices");
 
     checkRaid(text);
+    checkLvm(text, QByteArray(reinterpret_cast<const char*>(data), int(size)));
 
     QString serial;
     hdparmSerial(serial, text);

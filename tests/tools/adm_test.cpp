@@ -209,16 +209,18 @@ TEST(AdmUsage, ListsFunctionsAndRefusesWrongCommandLines)
           "VXDiskPrivate::devTypes entry", "VXFileSystem::lastError"})
         EXPECT_TRUE(lines.contains(line)) << line;
     EXPECT_EQ(lines.count("VXFileSystem::create fs dev blockSize"), 1);
-    EXPECT_EQ(lines.size(), 75);
+    EXPECT_EQ(lines.size(), 118);
 
     // Out-parameters carry the names the headers give them.
     QSet<QString> outs;
     for (const AdmEntry& entry : admEntries())
         outs += QSet<QString>(entry.outs.cbegin(), entry.outs.cend());
-    EXPECT_EQ(outs, (QSet<QString>{"rows",   "celsius", "perDisk",    "min",   "max",   "speeds",
-                                   "serial", "vendor",  "mountpoint", "raid",  "lvm",   "mounted",
-                                   "system", "crypt",   "cdrom",      "error", "disks", "out",
-                                   "md",     "devs",    "part"}));
+    EXPECT_EQ(outs, (QSet<QString>{"rows",   "celsius", "perDisk",    "min",   "max",    "speeds",
+                                   "serial", "vendor",  "mountpoint", "raid",  "lvm",    "mounted",
+                                   "system", "crypt",   "cdrom",      "error", "disks",  "out",
+                                   "md",     "devs",    "part",       "msg",   "dmPath", "vg",
+                                   "lv",     "pwd",     "obj",        "size",  "used",   "avail",
+                                   "dir"}));
 
     const std::tuple<QStringList, QByteArray> refused[] = {
         {{"VXDisk::Allist"},
@@ -277,6 +279,33 @@ TEST(AdmUsage, ListsEveryArrayFunctionWithItsInputs)
     EXPECT_EQ(printed.keys(), (QStringList{"error", "md", "result"}));
     EXPECT_EQ(std::make_tuple(refused.status, printed.value("result").toInt()),
               std::make_tuple(1, 9995));
+    EXPECT_EQ(tools.callLines(), QStringList());
+}
+
+TEST(AdmUsage, ListsEveryVolumeFunctionWithItsInputs)
+{
+    const QStringList lines =
+        QString::fromUtf8(admRun({"--list"}, admEntries()).out).split('\n', Qt::SkipEmptyParts);
+    // Overloads and long input lists, as scripts call them.
+    for (const char* line :
+         {"VXLvm::lvRemove dev", "VXLvm::lvRemove vg lv", "VXLvm::toMountPath dev",
+          "VXLvm::toMountPath vg lv", "VXLvm::lvMounted path",
+          "VXLvm::lvCreating vg lv mbsize type fstype block pwd savepwd",
+          "VXLvmPrivate::fstabAppend source target fstype options freq passno"})
+        EXPECT_TRUE(lines.contains(line)) << line;
+
+    // Out-parameters under their own names; a refused name or password runs no tool.
+    ScriptedBackend tools;
+    tools.allowOthers(ScriptedBackend::succeeded());
+    const AdmOutput load = admRun({"VXLvm::lvLoadPwd", "vg0", "a b"}, admEntries());
+    const QJsonObject printed = QJsonDocument::fromJson(load.out).object();
+    EXPECT_EQ(printed.keys(), (QStringList{"msg", "pwd", "result"}));
+    EXPECT_EQ(std::make_tuple(load.status, printed.value("result").toInt()),
+              std::make_tuple(1, 9995));
+    const AdmOutput format =
+        admRun({"-r", "VXLvm::lvFormat", "vg0", "data", "xfs", "0", "$(reboot)"}, admEntries());
+    EXPECT_EQ(std::make_tuple(format.status, format.out),
+              std::make_tuple(1, QByteArray("{\"msg\":\"参数错误\",\"result\":false}\n")));
     EXPECT_EQ(tools.callLines(), QStringList());
 }
 

@@ -6,6 +6,7 @@
 #include "tests/support/scriptedbackend.h"
 
 #include <QJsonDocument>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -19,11 +20,11 @@ QJsonObject report(const char* fixture)
 }
 
 // One ATA attribute as smartctl -aj writes it.
-QJsonObject attribute(int id, int thresh, const QJsonValue& raw)
+QJsonObject attribute(int id, const QJsonValue& raw)
 {
-    return QJsonObject{{"id", id},         {"name", QStringLiteral("Attr_%1").arg(id)},
-                       {"value", 100},     {"worst", 99},
-                       {"thresh", thresh}, {"raw", QJsonObject{{"value", raw}}}};
+    return QJsonObject{{"id", id},     {"name", QStringLiteral("Attr_%1").arg(id)},
+                       {"value", 100}, {"worst", 99},
+                       {"thresh", 0},  {"raw", QJsonObject{{"value", raw}}}};
 }
 
 QJsonObject ataReport(const QJsonArray& table)
@@ -38,6 +39,16 @@ QJsonObject rowById(const QJsonArray& rows, int id)
             return row.toObject();
     }
     return QJsonObject();
+}
+
+// A row's values in a fixed order, as compact JSON.
+QString rowText(const QJsonObject& row)
+{
+    QJsonArray values;
+    for (const char* key :
+         {"ID", "ATTRIBUTE_NAME", "VALUE", "WORST", "THRESH", "RAW_VALUE", "status", "STATUS"})
+        values.append(row.value(QLatin1String(key)));
+    return QString::fromUtf8(QJsonDocument(values).toJson(QJsonDocument::Compact));
 }
 
 qint64 int64Of(const QJsonObject& object, const char* key)
@@ -68,43 +79,32 @@ TEST(SmartRows, AtaTableJudgedNvmeLogUnjudged)
     smartRowsOf(rows, report("sata/smartctl-aj-sda.json"), false);
     ASSERT_EQ(rows.size(), 8);
     EXPECT_EQ(rows.first().toObject().value("ID").toInt(), -7);
-    const QJsonObject realloc = rowById(rows, 5);
-    EXPECT_EQ(realloc.value("ATTRIBUTE_NAME").toString(), "Reallocated_Sector_Ct");
-    EXPECT_EQ(realloc.value("VALUE").toInt(), 100);
-    EXPECT_EQ(realloc.value("THRESH").toInt(), 36);
-    EXPECT_EQ(realloc.value("status").toInt(), 1);
-    EXPECT_EQ(realloc.value("STATUS").toString(), "ok");
-    EXPECT_EQ(rowById(rows, 9).value("STATUS").toString(), "-");
-    EXPECT_EQ(int64Of(rowById(rows, 190), "RAW_VALUE"), 522125343);
+    EXPECT_EQ(rowText(rowById(rows, 5)), R"([5,"Reallocated_Sector_Ct",100,100,36,0,1,"ok"])");
+    EXPECT_EQ(rowText(rowById(rows, 190)),
+              R"([190,"Airflow_Temperature_Cel",69,69,50,522125343,0,"-"])");
 
+    // Raw values beyond 32 bits stay whole; a string is no number.
     rows = QJsonArray();
     smartRowsOf(rows,
-                ataReport({attribute(197, 0, 3), attribute(198, 0, 0),
-                           attribute(9, 0, qint64(5000000000)), attribute(5, 0, "12")}),
+                ataReport({attribute(197, 3), attribute(198, 0), attribute(9, qint64(5000000000)),
+                           attribute(5, "12")}),
                 false);
-    ASSERT_EQ(rows.size(), 4);
-    EXPECT_EQ(rowById(rows, 197).value("status").toInt(), -1);
-    EXPECT_EQ(rowById(rows, 197).value("STATUS").toString(), "warn");
-    EXPECT_EQ(rowById(rows, 198).value("STATUS").toString(), "ok");
-    EXPECT_EQ(rowById(rows, 9).value("status").toInt(), 0);
-    EXPECT_EQ(int64Of(rowById(rows, 9), "RAW_VALUE"), 5000000000LL); // beyond 32 bits
-    EXPECT_EQ(int64Of(rowById(rows, 5), "RAW_VALUE"), 0);            // not a number
-    EXPECT_EQ(rowById(rows, 5).value("STATUS").toString(), "ok");
-    EXPECT_EQ(rowById(rows, 9).value("WORST").toInt(), 99);
+    EXPECT_EQ(rows.size(), 4);
+    for (const auto& [id, text] :
+         std::vector<std::pair<int, QString>>{{197, R"([197,"Attr_197",100,99,0,3,-1,"warn"])"},
+                                              {198, R"([198,"Attr_198",100,99,0,0,1,"ok"])"},
+                                              {9, R"([9,"Attr_9",100,99,0,5000000000,0,"-"])"},
+                                              {5, R"([5,"Attr_5",100,99,0,0,1,"ok"])"}})
+        EXPECT_EQ(rowText(rowById(rows, id)), text);
 
     rows = QJsonArray();
     smartRowsOf(rows, report("nvme/smartctl-aj-nvme0n1.json"), true);
-    ASSERT_EQ(rows.size(), 17);
-    for (const QJsonValue& value : rows) {
-        const QJsonObject row = value.toObject();
-        for (const char* zero : {"ID", "VALUE", "WORST", "THRESH", "status"})
-            EXPECT_EQ(row.value(QLatin1String(zero)).toInt(-1), 0) << zero;
-        EXPECT_EQ(row.value("STATUS").toString(), "-");
-        const QString name = row.value("ATTRIBUTE_NAME").toString();
-        if (name == "temperature" || name == "host_reads") {
-            EXPECT_EQ(int64Of(row, "RAW_VALUE"), name == "temperature" ? 50 : 51);
-        }
-    }
+    QStringList texts;
+    for (const QJsonValue& row : rows)
+        texts << rowText(row.toObject());
+    EXPECT_TRUE(texts.contains(R"([0,"temperature",0,0,0,50,0,"-"])"));
+    EXPECT_TRUE(texts.contains(R"([0,"host_reads",0,0,0,51,0,"-"])"));
+    EXPECT_EQ(texts.filter(QRegularExpression(R"(^\[0,"\w+",0,0,0,\d+,0,"-"\]$)")).size(), 17);
     // An NVMe report has no ATA table and the other way round.
     rows = QJsonArray();
     smartRowsOf(rows, report("nvme/smartctl-aj-nvme0n1.json"), false);
@@ -117,25 +117,22 @@ TEST(TemperatureOf, AtaTenthWordNvmeLineLastMatchWins)
     const QString ata = "194 Temperature_Celsius   0x0022 036 045 000 Old_age Always - 36 "
                         "(Min/Max 21/45)\n";
     const QString nvme = "Temperature:                        41 Celsius\n";
-    double celsius = -1;
-    EXPECT_TRUE(temperatureOf(celsius, ata));
-    EXPECT_EQ(celsius, 36);
-    EXPECT_TRUE(temperatureOf(celsius, ata + nvme));
-    EXPECT_EQ(celsius, 41);
-    EXPECT_TRUE(temperatureOf(celsius, nvme + ata));
-    EXPECT_EQ(celsius, 36);
-    EXPECT_TRUE(
-        temperatureOf(celsius, readToolOutput(kHealth + "nvme/smartctl-attribute-nvme0n1.txt")));
-    EXPECT_EQ(celsius, 50);
-
-    celsius = -1;
-    // qemu's SATA disks only have 190 Airflow_Temperature_Cel.
-    EXPECT_FALSE(
-        temperatureOf(celsius, readToolOutput(kHealth + "sata/smartctl-attribute-sda.txt")));
-    EXPECT_FALSE(temperatureOf(celsius, "194 Temperature_Celsius 0x0022 036 045 000 Old_age\n"));
-    EXPECT_FALSE(temperatureOf(celsius, "Temperature: 41 Fahrenheit\nTemperature 41 Celsius\n"));
-    EXPECT_FALSE(temperatureOf(celsius, ""));
-    EXPECT_EQ(celsius, -1);
+    // -1: nothing found, and the reading is left alone.
+    const std::vector<std::pair<QString, double>> cases{
+        {ata, 36},
+        {ata + nvme, 41},
+        {nvme + ata, 36},
+        {readToolOutput(kHealth + "nvme/smartctl-attribute-nvme0n1.txt"), 50},
+        // qemu's SATA disks only have 190 Airflow_Temperature_Cel.
+        {readToolOutput(kHealth + "sata/smartctl-attribute-sda.txt"), -1},
+        {"194 Temperature_Celsius 0x0022 036 045 000 Old_age\n", -1},
+        {"Temperature: 41 Fahrenheit\nTemperature 41 Celsius\n", -1},
+        {"", -1}};
+    for (const auto& [output, expected] : cases) {
+        double celsius = -1;
+        EXPECT_EQ(temperatureOf(celsius, output), expected >= 0) << output.toStdString();
+        EXPECT_EQ(celsius, expected) << output.toStdString();
+    }
 }
 
 TEST(TotalSpeedOf, UnitsScaleByPowersOf1024AndTruncate)
@@ -185,23 +182,21 @@ TEST(SmartInfo, RunsSmartctlJsonAndFailsOnAnyBadRun)
     for (const char* dev : {"/dev/sdb", "/dev/sdc", "/dev/sdd"})
         EXPECT_NE(disk.smartInfo(rows, dev), 0) << dev;
     EXPECT_EQ(rows.size(), 24);
-    for (const LNX2ProcRequest& call : backend.calls()) {
-        EXPECT_EQ(call.startMs, 999);
-        EXPECT_EQ(call.finishMs, 9999);
-    }
+    for (const LNX2ProcRequest& call : backend.calls())
+        EXPECT_EQ(std::make_pair(call.startMs, call.finishMs), std::make_pair(999, 9999));
 }
 
 TEST(SmartHasErrors, AnyWarningRowOfAnInventoryDisk)
 {
-    const QByteArray fdisk = "Disk /dev/sda: 512 MiB, 536870912 bytes, 1048576 sectors\n"
-                             "Disk /dev/sdb: 512 MiB, 536870912 bytes, 1048576 sectors\n";
     const QByteArray healthy = readFixture(kHealth + "sata/smartctl-aj-sda.json");
     const QByteArray failing =
-        QJsonDocument(ataReport({attribute(9, 0, 7), attribute(197, 0, 3)})).toJson();
+        QJsonDocument(ataReport({attribute(9, 7), attribute(197, 3)})).toJson();
     for (bool broken : {false, true}) {
         ScriptedBackend backend;
         backend.allowOthers();
-        backend.expectLine("/usr/bin/sudo fdisk -l").prints(fdisk);
+        backend.expectLine("/usr/bin/sudo fdisk -l")
+            .prints("Disk /dev/sda: 512 MiB, 536870912 bytes, 1048576 sectors\n"
+                    "Disk /dev/sdb: 512 MiB, 536870912 bytes, 1048576 sectors\n");
         backend.expectLine("/usr/bin/sudo smartctl -aj /dev/sda").prints(healthy);
         backend.expectLine("/usr/bin/sudo smartctl -aj /dev/sdb")
             .prints(broken ? failing : healthy);
@@ -209,6 +204,7 @@ TEST(SmartHasErrors, AnyWarningRowOfAnInventoryDisk)
     }
 }
 
+// Disks that give no reading are left out; none at all gives zeroes.
 TEST(Temperatures, PerDiskMinMaxOverTheDisksThatAnswer)
 {
     const QByteArray lsblk = R"({"blockdevices": [
@@ -218,47 +214,34 @@ TEST(Temperatures, PerDiskMinMaxOverTheDisksThatAnswer)
         {"name": "sdc", "path": "/dev/sdc", "type": "disk"},
         {"name": "nvme0n1", "path": "/dev/nvme0n1", "type": "disk"}]})";
     const auto ata = [](int celsius) {
-        return QByteArray("194 Temperature_Celsius 0x0022 036 045 000 Old_age Always - ") +
+        return "194 Temperature_Celsius 0x0022 036 045 000 Old_age Always - " +
                QByteArray::number(celsius) + "\n";
     };
-    ScriptedBackend backend;
-    backend.expectLine("lsblk -ablJ -o name,path,type").prints(lsblk).repeatedly();
-    backend.expectLine("/usr/bin/sudo smartctl --attribute /dev/sda").prints(ata(36)).repeatedly();
-    backend.expectLine("/usr/bin/sudo smartctl --attribute /dev/sdb").exits(2).repeatedly();
-    backend.expectLine("/usr/bin/sudo smartctl --attribute /dev/sdc").prints(ata(29)).repeatedly();
-    backend.expectLine("/usr/bin/sudo smartctl --attribute /dev/nvme0n1")
-        .printsFile(kHealth + "nvme/smartctl-attribute-nvme0n1.txt")
-        .repeatedly();
-    VXDisk disk;
-    QJsonObject perDisk;
-    double min = -1;
-    double max = -1;
-    EXPECT_EQ(disk.temperatures(perDisk, min, max), 3);
-    EXPECT_EQ(perDisk,
-              (QJsonObject{{"/dev/sda", 36.0}, {"/dev/sdc", 29.0}, {"/dev/nvme0n1", 50.0}}));
-    EXPECT_EQ(min, 29);
-    EXPECT_EQ(max, 50);
-    EXPECT_EQ(disk.maxTemperature(), 50);
-    for (const LNX2ProcRequest& call : backend.calls())
-        EXPECT_EQ(call.finishMs, 9999); // lsblk included
-}
-
-TEST(Temperatures, NoDiskOrNoReadingGivesZeroes)
-{
-    for (const QByteArray& lsblk :
-         {QByteArray(R"({"blockdevices": []})"),
-          QByteArray(
-              R"({"blockdevices": [{"name": "sdb", "path": "/dev/sdb", "type": "disk"}]})")}) {
+    const QByteArray onlySdb = R"({"blockdevices": [{"name": "sdb", "path": "/dev/sdb",
+        "type": "disk"}]})";
+    const QJsonObject all{{"/dev/sda", 36.0}, {"/dev/sdc", 29.0}, {"/dev/nvme0n1", 50.0}};
+    for (const auto& [listed, perDiskWanted, minWanted, maxWanted] :
+         std::vector<std::tuple<QByteArray, QJsonObject, double, double>>{
+             {lsblk, all, 29, 50}, {R"({"blockdevices": []})", {}, 0, 0}, {onlySdb, {}, 0, 0}}) {
         ScriptedBackend backend;
-        backend.expectLine("lsblk -ablJ -o name,path,type").prints(lsblk);
-        backend.expectLine("/usr/bin/sudo smartctl --attribute /dev/sdb").exits(1).repeatedly();
+        backend.expectLine("lsblk -ablJ -o name,path,type").prints(listed).repeatedly();
+        const QString smartctl = "/usr/bin/sudo smartctl --attribute /dev/";
+        backend.expectLine(smartctl + "sda").prints(ata(36)).repeatedly();
+        backend.expectLine(smartctl + "sdb").exits(2).repeatedly();
+        backend.expectLine(smartctl + "sdc").prints(ata(29)).repeatedly();
+        backend.expectLine(smartctl + "nvme0n1")
+            .printsFile(kHealth + "nvme/smartctl-attribute-nvme0n1.txt")
+            .repeatedly();
+        VXDisk disk;
         QJsonObject perDisk;
         double min = -1;
         double max = -1;
-        EXPECT_EQ(VXDisk().temperatures(perDisk, min, max), 0);
-        EXPECT_TRUE(perDisk.isEmpty());
-        EXPECT_EQ(min, 0);
-        EXPECT_EQ(max, 0);
+        EXPECT_EQ(disk.temperatures(perDisk, min, max), perDiskWanted.size());
+        EXPECT_EQ(perDisk, perDiskWanted);
+        EXPECT_EQ(std::make_pair(min, max), std::make_pair(minWanted, maxWanted));
+        EXPECT_EQ(disk.maxTemperature(), maxWanted);
+        for (const LNX2ProcRequest& call : backend.calls())
+            EXPECT_EQ(call.finishMs, 9999); // lsblk included
     }
 }
 
@@ -271,8 +254,7 @@ TEST(TotalSpeed, OneQuietIotopSampleWithinOneAndAHalfSeconds)
     VXDisk disk;
     QJsonObject speeds;
     EXPECT_EQ(disk.totalSpeed(speeds), 0);
-    EXPECT_EQ(int64Of(speeds, "read_speed"), 2048);
-    EXPECT_EQ(int64Of(speeds, "write_speed"), 1048576);
+    EXPECT_EQ(speeds, (QJsonObject{{"read_speed", 2048}, {"write_speed", 1048576}}));
     EXPECT_EQ(backend.calls().value(0).finishMs, 1500);
     QJsonObject none;
     EXPECT_EQ(disk.totalSpeed(none), 0);

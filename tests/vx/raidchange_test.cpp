@@ -23,16 +23,11 @@ namespace {
 
 const QString kMdadm = QStringLiteral("/usr/bin/sudo /sbin/mdadm ");
 
-QString partOf(const QString& disk)
-{
-    return raidPartitionOf(disk);
-}
-
 QString partsOf(const QStringList& disks)
 {
     QStringList parts;
     for (const QString& disk : disks)
-        parts << partOf(disk);
+        parts << raidPartitionOf(disk);
     return parts.join(' ');
 }
 
@@ -79,12 +74,18 @@ protected:
         QDir(root.path()).mkpath("sys/module/raid0/parameters");
         mdstat({});
         // Free disks sdb..sdm and nvme0n1; sda holds the root file system.
-        QString devices = R"({"name": "sda", "path": "/dev/sda", "type": "disk", "size": 9},
-            {"name": "sda1", "pkname": "sda", "path": "/dev/sda1", "type": "part",
-             "mountpoint": "/"})";
-        for (const QString& disk : disks("bcdefghijklm") + QStringList{"/dev/nvme0n1"})
+        QString devices = R"({"name": "sda1", "pkname": "sda", "path": "/dev/sda1",
+            "type": "part", "mountpoint": "/"})";
+        for (const QString& disk : disks("abcdefghijklm") + QStringList{"/dev/nvme0n1"}) {
             devices += QString(R"(, {"name": "%1", "path": "%2", "type": "disk", "size": 9})")
                            .arg(disk.mid(5), disk);
+            backend.expectLine("/usr/bin/sudo lsblk -lno PATH,TYPE " + disk)
+                .prints((disk + " disk\n" + raidPartitionOf(disk) + " part\n").toUtf8())
+                .repeatedly();
+            backend.expectLine("/usr/bin/sudo lsblk -ndpo pkname " + raidPartitionOf(disk))
+                .prints(disk.toUtf8() + "\n")
+                .repeatedly();
+        }
         backend
             .expectIf("inventory",
                       [](const LNX2ProcRequest& r) {
@@ -95,14 +96,6 @@ protected:
         for (const char* line : {"/usr/bin/sudo pvs --noheading --separator : -o vg_name,pv_name",
                                  "/usr/bin/sudo zpool status -LP"})
             backend.expectLine(line).repeatedly();
-        for (const QString& disk : disks("abcdefghijklm") + QStringList{"/dev/nvme0n1"}) {
-            backend.expectLine("/usr/bin/sudo lsblk -lno PATH,TYPE " + disk)
-                .prints((disk + " disk\n" + partOf(disk) + " part\n").toUtf8())
-                .repeatedly();
-            backend.expectLine("/usr/bin/sudo lsblk -ndpo pkname " + partOf(disk))
-                .prints(disk.toUtf8() + "\n")
-                .repeatedly();
-        }
         backend
             .expectIf("parted",
                       [](const LNX2ProcRequest& r) {
@@ -228,8 +221,7 @@ TEST_F(RaidChange, CreateTakesTheFirstFreeNumberAndWritesTheLines)
     ASSERT_EQ(raid.create(error, 5, disks("dcb"), disks("e"), 64, md), kRaidOk);
     EXPECT_EQ(md, "/dev/md2");
     const LNX2ProcRequest run = backend.calls().last();
-    EXPECT_EQ(run.startMs, 999);
-    EXPECT_EQ(run.finishMs, 99999);
+    EXPECT_EQ(std::make_pair(run.startMs, run.finishMs), std::make_pair(999, 99999));
     EXPECT_EQ(backend.callLines().filter("parted -s /dev/sdb ").join("|"),
               "/usr/bin/sudo parted -s /dev/sdb mklabel gpt|"
               "/usr/bin/sudo parted -s /dev/sdb mkpart primary 0% 100%|"
@@ -352,6 +344,7 @@ TEST_F(RaidChange, TwoTierGroupsSortedDisksUnderATopArray)
 
 TEST_F(RaidChange, GrowAndExtend)
 {
+    const QString grow = "/usr/bin/sudo /usr/sbin/mdadm --grow /dev/md1 -l 5 -n ";
     const QStringList two{"/dev/sdb1", "/dev/sdc1"};
     const QByteArray raid1 = detail("/dev/md1", 1, two);
     mdstat({mdLine("/dev/md1", 1, two)});
@@ -365,12 +358,12 @@ TEST_F(RaidChange, GrowAndExtend)
     EXPECT_TRUE(changes().isEmpty());
     // sdb is a member already: only sdd is prepared and added.
     detailOf("/dev/md1", raid1);
-    backend.expectLine("/usr/bin/sudo /usr/sbin/mdadm --grow /dev/md1 -l 5 -n 3 --add /dev/sdd1");
+    backend.expectLine(grow + "3 --add /dev/sdd1");
     detailOf("/dev/md1",
              detail("/dev/md1", 5, two + QStringList{"/dev/sdd1"}, {}, "clean, reshaping"));
     EXPECT_EQ(raid.grow("/dev/md1", 5, disks("db"), error), kRaidOk);
     EXPECT_EQ(backend.callLines().filter("parted -s /dev/sdb").size(), 0);
-    const QString growLine = "/usr/bin/sudo /usr/sbin/mdadm --grow /dev/md1 -l 5 -n 2";
+    const QString growLine = grow + "2";
     detailOf("/dev/md1", raid1);
     backend.expectLine(growLine).exits(1);
     EXPECT_EQ(raid.grow("/dev/md1", 5, {}, error), kRaidFailed);
@@ -391,21 +384,18 @@ TEST_F(RaidChange, GrowAndExtend)
     // extend: -n counts the members, not the spares.
     const QStringList three{"/dev/sdb1", "/dev/sdc1", "/dev/sdd1"};
     detailOf("/dev/md1", detail("/dev/md1", 5, three, {"/dev/sdh1"}));
-    backend.expectLine(
-        "/usr/bin/sudo /usr/sbin/mdadm --grow /dev/md1 -l 5 -n 5 --add /dev/sde1 /dev/sdf1");
+    backend.expectLine(grow + "5 --add /dev/sde1 /dev/sdf1");
     detailOf("/dev/md1", detail("/dev/md1", 5, three + QStringList{"/dev/sde1", "/dev/sdf1"}));
     EXPECT_EQ(raid.extend("/dev/md1", disks("fe"), error), kRaidOk);
     detailOf("/dev/md1", detail("/dev/md1", 5, three));
-    backend.expectLine("/usr/bin/sudo /usr/sbin/mdadm --grow /dev/md1 -l 5 -n 4 --add /dev/sde1")
-        .exits(1)
-        .errs("mdadm: no space\n");
+    backend.expectLine(grow + "4 --add /dev/sde1").exits(1).errs("mdadm: no space\n");
     EXPECT_EQ(raid.extend("/dev/md1", disks("e"), error), kRaidFailed);
     EXPECT_EQ(error, "mdadm: no space\n");
     detailOf("/dev/md1", detail("/dev/md1", 5, three));
     EXPECT_EQ(raid.extend("/dev/md1", disks("a"), error), kRaidUnknown);
     // The array never changes: 9934 after the 3 s start wait.
     detailOf("/dev/md1", detail("/dev/md1", 5, three)).repeatedly();
-    backend.expectLine("/usr/bin/sudo /usr/sbin/mdadm --grow /dev/md1 -l 5 -n 4 --add /dev/sde1");
+    backend.expectLine(grow + "4 --add /dev/sde1");
     EXPECT_EQ(raid.extend("/dev/md1", disks("e"), error), kRaidNoReshape);
 }
 
@@ -518,7 +508,7 @@ TEST_F(RaidChange, RemoveRepairRename)
     expectMdadm("/usr/bin/sudo mdadm -S /dev/md1", {});
     QStringList expected{"/usr/bin/sudo mdadm -S /dev/md1"};
     for (const QString& disk : disks("bcd")) {
-        expected << "/usr/bin/sudo mdadm --zero-superblock " + partOf(disk)
+        expected << "/usr/bin/sudo mdadm --zero-superblock " + raidPartitionOf(disk)
                  << "/usr/bin/sudo parted -s " + disk + " rm 1"
                  << "/usr/bin/sudo wipefs -a " + disk;
         backend.expectLine(expected[expected.size() - 2]);

@@ -7,6 +7,7 @@ const QList<AdmEntry>& admEntries()
         QList<AdmEntry> entries;
         entries += admVXDiskEntries();
         entries += admVXRaidEntries();
+        entries += admVXLvmEntries();
         return entries;
     }();
     return all;

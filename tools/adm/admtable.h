@@ -89,6 +89,7 @@ struct AdmEntry
 const QList<AdmEntry>& admEntries();
 QList<AdmEntry> admVXDiskEntries();
 QList<AdmEntry> admVXRaidEntries();
+QList<AdmEntry> admVXLvmEntries();
 
 // One word of the command line as a value: JSON when it parses as JSON,
 // else the plain string.
