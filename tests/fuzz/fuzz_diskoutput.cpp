@@ -53,8 +53,10 @@ void checkRaid(const QString& text)
               "record of another array");
         for (const char* key : {"members", "spares"}) {
             for (const QJsonValue& row : record.value(QLatin1String(key)).toArray())
-                check(row.toObject().value(QStringLiteral("part")).toString().startsWith(
-                          QLatin1String("/dev/")),
+                check(row.toObject()
+                          .value(QStringLiteral("part"))
+                          .toString()
+                          .startsWith(QLatin1String("/dev/")),
                       "member outside /dev");
         }
         raidStatusOf(record, false);
@@ -121,7 +123,10 @@ void checkLvm(const QString& text, const QByteArray& bytes)
     }
     const QString own = QStringLiteral("vg0-lv_crypt /dev/vg0/lv /key");
     const QStringList crypttab = crypttabAppendLines(text, QStringLiteral("/dev/vg0/lv"), own);
-    check(crypttab.count(own) == 1 && crypttab.last() == own, "crypttab line not once, last");
+    // The line comes last, followed only by the empty element of the final newline.
+    check(crypttab.count(own) == 1 && crypttab.size() >= 2 &&
+              crypttab.at(crypttab.size() - 2) == own && crypttab.last().isEmpty(),
+          "crypttab line not once, last");
     crypttabRemoveLines(text, QStringLiteral("/dev/vg0/lv"), &dropped);
 }
 
