@@ -2,7 +2,9 @@
 # In the guest, six blank disks on one bus: two partitions in a raid1, a
 # whole-disk LVM PV, a mounted ext4, a stale md signature and a blank disk.
 # nasbroltadm's inventory must say what each is used for, as the tools
-# themselves see it; then the health readings, wipefs and removePart.
+# themselves see it; then the health readings, wipefs and removePart. With
+# several buses (guest.sh -b virtio,scsi,...) the same for each bus's six
+# disks, one bus after the other in the one boot.
 #   disks.sh NASBROLTADM      (NBTEST_DIR: this directory)
 set -uo pipefail
 . "$NBTEST_DIR/lib.sh"
@@ -13,44 +15,81 @@ export NASBROLT_TOOLS="$NBTEST_DIR/tools"
 # adm STATUS ARG...: runs nasbroltadm -r, checks its exit status, leaves
 # what it printed in $answer. Few jq starts: each costs half a second here.
 adm() {
-    local expected="$1" status
+    local expected="$1" status err="${TMPDIR:-/tmp}/nbtest-adm.$BASHPID.err"
     shift
-    answer="$("$adm_bin" -r "$@" 2>"$out/adm.err")"
+    answer="$("$adm_bin" -r "$@" 2>"$err")"
     status=$?
     check "exit status of nasbroltadm $*" "$expected" "$status"
-    [ "$status" = "$expected" ] || cat "$out/adm.err" >&2
+    [ "$status" = "$expected" ] || cat "$err" >&2
 }
 
 settle() { udevadm settle -t 30; }
 
+# Several buses: this script once per bus on its six disks. The Nth bus
+# (from 0) names its arrays mdN and md1N and its volume group nbvgN; what
+# the buses before it set up stays.
+if [[ "$NBGUEST_BUS" == *,* ]]; then
+    read -r -a serials <<<"$NBGUEST_SERIALS"
+    k=0
+    for bus in ${NBGUEST_BUS//,/ }; do
+        echo "---- $bus"
+        mkdir -p "$out/$bus"
+        NBGUEST_BUS="$bus" NBGUEST_SERIALS="${serials[*]:k*6:6}" NBGUEST_ARTIFACTS="$out/$bus" \
+            NBTEST_BUS_INDEX=$k bash "$0" "$@" || fail "disks on $bus: see above"
+        k=$((k + 1))
+    done
+    finish
+fi
+k="${NBTEST_BUS_INDEX:-0}"
+raid_md="/dev/md$k" stale_md="/dev/md1$k" vg="nbvg$k"
+
 # ---- 1. the disks, by serial
-read -r -a serials <<<"$NBGUEST_SERIALS"
-disks=()
-for s in "${serials[@]}"; do
-    d="$(disk_by_serial "$s")" || { fail "no disk with serial $s in /dev/disk/by-id"; finish; }
-    disks+=("$d")
-done
-check "disks" 6 "${#disks[@]}"
+find_disks 6
 raid_a="${disks[0]}" raid_b="${disks[1]}" pv="${disks[2]}" data="${disks[3]}"
 stale="${disks[4]}" blank="${disks[5]}"
 
-# ---- 2. createPart on the raid disks and the data disk; a raid1 over two
-for d in "$raid_a" "$raid_b" "$data"; do
-    adm 0 VXDisk::createPart "$d"
-    check "createPart $d" '{"result":true}' "$answer"
-done
+# ---- 2. side by side, each on disks of its own: createPart on the raid
+# disks and the data disk (seconds of parted runs each), a whole-disk LVM
+# PV in a volume group, and a stale md signature
+create_part() {
+    adm 0 VXDisk::createPart "$1"
+    check "createPart $1" '{"result":true}' "$answer"
+}
+pv_in_group() {
+    require "pvcreate" pvcreate -ff -y "$pv"
+    require "vgcreate" vgcreate "$vg" "$pv"
+}
+# A degraded array that is stopped again.
+stale_signature() {
+    local part
+    require "partition" parted -s "$stale" mklabel gpt mkpart data 1MiB 100% set 1 raid on
+    settle
+    part="$(partitions_of "$stale")"
+    require "stale raid1" mdadm --create "$stale_md" --level=1 --raid-devices=2 --metadata=1.2 \
+        --run "$part" missing </dev/null
+    # udev sees the member change when mdadm closes it and assembles what it
+    # finds (64-md-raid-assembly.rules): let that happen while the array
+    # still runs.
+    settle
+    require "stop" mdadm --stop "$stale_md"
+    settle
+    check "$stale_md after stopping it" "" "$(grep "^${stale_md#/dev/} " /proc/mdstat)"
+    check "signature on $part" linux_raid_member "$(blkid -p -o value -s TYPE "$part")"
+}
+for d in "$raid_a" "$raid_b" "$data"; do in_background create_part "$d"; done
+in_background pv_in_group
+in_background stale_signature
+join_background
 settle
 part_a="$(partitions_of "$raid_a")" part_b="$(partitions_of "$raid_b")"
-part_data="$(partitions_of "$data")"
+part_data="$(partitions_of "$data")" part_stale="$(partitions_of "$stale")"
 check_match "partition of $raid_a" "$raid_a*1" "$part_a"
 check_match "partition of $raid_b" "$raid_b*1" "$part_b"
 check_match "partition of $data" "$data*1" "$part_data"
-require "raid1" mdadm --create /dev/md0 --level=1 --raid-devices=2 --metadata=1.2 \
-    --assume-clean --run "$part_a" "$part_b" </dev/null
 
-# ---- 3. a whole-disk physical volume in a volume group
-require "pvcreate" pvcreate -ff -y "$pv"
-require "vgcreate" vgcreate nbvg "$pv"
+# ---- 3. a raid1 over the two partitions
+require "raid1" mdadm --create "$raid_md" --level=1 --raid-devices=2 --metadata=1.2 \
+    --assume-clean --run "$part_a" "$part_b" </dev/null
 
 # ---- 4. ext4 on a partition, mounted
 adm 0 VXFileSystem::create ext4 "$part_data" 0
@@ -58,26 +97,22 @@ check_match "VXFileSystem::create" '{*"result":true*}' "$answer"
 mkdir -p /mnt/data
 require "mount" mount "$part_data" /mnt/data
 
-# ---- 5. a stale md signature: a degraded array that is stopped again
-require "partition" parted -s "$stale" mklabel gpt mkpart data 1MiB 100% set 1 raid on
-settle
-part_stale="$(partitions_of "$stale")"
-require "stale raid1" mdadm --create /dev/md1 --level=1 --raid-devices=2 --metadata=1.2 \
-    --run "$part_stale" missing </dev/null
-# udev sees the member change when mdadm closes it and assembles what it
-# finds (64-md-raid-assembly.rules): let that happen while md1 still runs.
-settle
-require "stop" mdadm --stop /dev/md1
-settle
-check "md1 after stopping it" "" "$(grep '^md1 ' /proc/mdstat)"
-check "signature on $part_stale" linux_raid_member "$(blkid -p -o value -s TYPE "$part_stale")"
-
-# ---- 6. the inventory
-adm 0 VXDisk::allist
-inventory="$answer"
-echo "$inventory" >"$out/allist.json"
+# ---- 5. the inventory, read beside the disk list of step 6
+adm_into() {
+    local file="$1"
+    shift
+    adm "$@"
+    printf '%s\n' "$answer" >"$file"
+}
+in_background adm_into "$out/allist.json" 0 VXDisk::allist
+in_background adm_into "$out/alload.json" 0 VXDisk::alload true true true true
+join_background
+inventory="$(<"$out/allist.json")" alload="$(<"$out/alload.json")"
 lsblk -a -o NAME,TYPE,SIZE,TRAN,VENDOR,MODEL,SERIAL,FSTYPE,MOUNTPOINT >"$out/lsblk.txt"
-check "records (six disks and md0)" 7 "$(jq '.result | length' <<<"$inventory")"
+# One for each disk in the guest, on this bus or not, and for the arrays of
+# this bus and of those before it.
+check "records (the guest's $NBGUEST_DISKS disks and $((k + 1)) arrays)" $((NBGUEST_DISKS + k + 1)) \
+    "$(jq '.result | length' <<<"$inventory")"
 
 case "$NBGUEST_BUS" in
     virtio) bus_view="|0x1af4|" ;;
@@ -120,35 +155,35 @@ done < <(jq -r '.result as $r | $ARGS.positional[] as $d | $r[$d] // empty |
     --args "${disks[@]}" <<<"$inventory")
 check "disk records in allist" 6 "$seen"
 check "the array's record" \
-    '{"dev":"/dev/md0","md":"/dev/md0","level":1,"model":"RAID-1","type":"raid1"}' \
-    "$(jq -c '.result["/dev/md0"] | {dev, md, level, model, type}' <<<"$inventory")"
+    "{\"dev\":\"$raid_md\",\"md\":\"$raid_md\",\"level\":1,\"model\":\"RAID-1\",\"type\":\"raid1\"}" \
+    "$(jq -c --arg md "$raid_md" '.result[$md] | {dev, md, level, model, type}' <<<"$inventory")"
 
-# ---- 7. the disk list with serials
-adm 0 VXDisk::alload true true true true
-echo "$answer" >"$out/alload.json"
+# ---- 6. the disk list with serials
 declare -A alload_serial
 while IFS=$'\t' read -r d serial; do
     alload_serial[$d]="$serial"
-done < <(jq -r '.result[] | [.dev, .serial] | @tsv' <<<"$answer")
+done < <(jq -r '.result[] | [.dev, .serial] | @tsv' <<<"$alload")
 for i in "${!disks[@]}"; do
     d="${disks[$i]}"
     check "serial lsblk prints for $d" "${serials[$i]}" "${lsblk_serial[$d]}"
     check "alload serial of $d" "${lsblk_serial[$d]}" "${alload_serial[$d]-(none)}"
 done
 
-# ---- 8. the tools' own view of the same
+# ---- 7. the tools' own view of the same
 cat /proc/mdstat >"$out/mdstat.txt"
-check_match "md0 in /proc/mdstat" "md0 : active raid1 *" "$(grep '^md0 ' /proc/mdstat)"
+check_match "$raid_md in /proc/mdstat" "${raid_md#/dev/} : active raid1 *" \
+    "$(grep "^${raid_md#/dev/} " /proc/mdstat)"
 for p in "$part_a" "$part_b"; do
-    grep -q "^md0 .* ${p#/dev/}\[" /proc/mdstat || fail "/proc/mdstat: md0 has no member ${p#/dev/}"
+    grep -q "^${raid_md#/dev/} .* ${p#/dev/}\[" /proc/mdstat ||
+        fail "/proc/mdstat: $raid_md has no member ${p#/dev/}"
 done
-check "arrays in /proc/mdstat" 1 "$(grep -c '^md' /proc/mdstat)"
-read -r pv_name vg_name < <(pvs --noheadings -o pv_name,vg_name)
-check "pvs" "$pv nbvg" "$pv_name $vg_name"
+check "arrays in /proc/mdstat" $((k + 1)) "$(grep -c '^md' /proc/mdstat)"
+read -r pv_name vg_name < <(pvs --noheadings -o pv_name,vg_name "$pv")
+check "pvs" "$pv $vg" "$pv_name $vg_name"
 check "/proc/mounts" "/mnt/data ext4" \
     "$(awk -v p="$part_data" '$1 == p { print $2, $3 }' /proc/mounts)"
 
-# ---- 9. health, where the bus reports it
+# ---- 8. health, where the bus reports it
 if [ "$NBGUEST_BUS" = sata ] || [ "$NBGUEST_BUS" = nvme ]; then
     smartctl -aj "$blank" >"$out/smartctl.json"
     adm 0 VXDisk::smartInfo "$blank"
@@ -175,16 +210,23 @@ if [ "$NBGUEST_BUS" = sata ] || [ "$NBGUEST_BUS" = nvme ]; then
     fi
 fi
 
-# ---- 10. wipefs and removePart
-adm 0 VXDisk::wipefs "$part_stale" false
-check "wipefs $part_stale" '{"result":true}' "$answer"
-check "signature left on $part_stale" "" "$(blkid -p -o value -s TYPE "$part_stale")"
-mdadm -E "$part_stale" >/dev/null 2>&1 && fail "mdadm -E still finds a superblock on $part_stale"
-require "umount" umount /mnt/data
-adm 0 VXDisk::removePart "$data"
-check "removePart $data" '{"result":true}' "$answer"
-settle
-check "partitions left on $data" "" "$(partitions_of "$data")"
-check "partition table left on $data" "" "$(blkid -p -o value -s PTTYPE "$data")"
+# ---- 9. wipefs and removePart, side by side
+wipe_stale() {
+    adm 0 VXDisk::wipefs "$part_stale" false
+    check "wipefs $part_stale" '{"result":true}' "$answer"
+    check "signature left on $part_stale" "" "$(blkid -p -o value -s TYPE "$part_stale")"
+    ! mdadm -E "$part_stale" >/dev/null 2>&1 || fail "mdadm -E still finds a superblock on $part_stale"
+}
+remove_data() {
+    require "umount" umount /mnt/data
+    adm 0 VXDisk::removePart "$data"
+    check "removePart $data" '{"result":true}' "$answer"
+    settle
+    check "partitions left on $data" "" "$(partitions_of "$data")"
+    check "partition table left on $data" "" "$(blkid -p -o value -s PTTYPE "$data")"
+}
+in_background wipe_stale
+in_background remove_data
+join_background
 
 finish

@@ -39,18 +39,41 @@ finish() {
     exit 0
 }
 
-# The disk with serial $1, as udev names it (usb appends "-0:0"). usb
-# disks may still be on their way: wait up to 10 s.
-disk_by_serial() {
-    local link try
-    for try in $(seq 20); do
+# serial_link SERIAL: the /dev/disk/by-id link of the disk with that serial
+# in $link (usb appends "-0:0"). usb disks may still be on their way: wait
+# up to 10 s.
+serial_link() {
+    local try
+    for ((try = 0; try < 20; try++)); do
         for link in /dev/disk/by-id/*"$1" /dev/disk/by-id/*"$1"-0:0; do
-            [ -e "$link" ] && { readlink -f "$link"; return 0; }
+            [ -e "$link" ] && return 0
         done
         sleep 0.5
         udevadm settle -t 10
     done
     return 1
+}
+
+# The disk with serial $1, as a /dev path.
+disk_by_serial() {
+    local link
+    serial_link "$1" && readlink -f "$link"
+}
+
+# find_disks N: the disks of $NBGUEST_SERIALS in the array disks, in that
+# order (the serials in the array serials); stops the script when one is
+# missing. One readlink for all: under emulation a process start costs
+# half a second.
+find_disks() {
+    local s link links=()
+    read -r -a serials <<<"$NBGUEST_SERIALS"
+    for s in "${serials[@]}"; do
+        serial_link "$s" || { fail "no disk with serial $s in /dev/disk/by-id"; finish; }
+        links+=("$link")
+    done
+    disks=()
+    [ "${#links[@]}" -eq 0 ] || mapfile -t disks < <(readlink -f "${links[@]}")
+    check "disks" "$1" "${#disks[@]}"
 }
 
 # The partitions of disk $1, one path a line.
@@ -63,7 +86,7 @@ partitions_of() {
 # adm_call STATUS ARG...: nasbroltadm -r ARG... ($adm_bin), its exit status
 # checked; what it printed is left in $answer, its log lines in $adm_err.
 adm_call() {
-    local expected="$1" status file="${TMPDIR:-/tmp}/nbtest-adm.err"
+    local expected="$1" status file="${TMPDIR:-/tmp}/nbtest-adm.$BASHPID.err"
     shift
     answer="$("$adm_bin" -r "$@" 2>"$file")"
     status=$?
@@ -75,11 +98,39 @@ adm_call() {
     fi
 }
 
+# in_background FUNCTION ARG...: runs a function of checks side by side with
+# others; join_background waits for them all, then shows what each printed,
+# in the order they were started, and counts their failures.
+bg_pids=()
+in_background() {
+    local log="${TMPDIR:-/tmp}/nbtest-bg.$BASHPID.${#bg_pids[@]}"
+    (
+        failures=0
+        "$@"
+        exit $((failures > 99 ? 99 : failures))
+    ) >"$log.out" 2>"$log.err" &
+    bg_pids+=("$!")
+}
+
+join_background() {
+    local i status log
+    for i in "${!bg_pids[@]}"; do
+        wait "${bg_pids[$i]}"
+        status=$?
+        log="${TMPDIR:-/tmp}/nbtest-bg.$BASHPID.$i"
+        [ ! -s "$log.out" ] || printf '%s\n' "$(<"$log.out")"
+        [ ! -s "$log.err" ] || printf '%s\n' "$(<"$log.err")" >&2
+        failures=$((failures + status))
+    done
+    bg_pids=()
+}
+
 # json_list WORD...: the words as a JSON list of strings (no quotes in them).
 json_list() {
-    local IFS=,
+    local IFS=, all
     [ $# -gt 0 ] || { echo '[]'; return; }
-    printf '["%s"]' "$(sed 's/,/","/g' <<<"$*")"
+    all="$*"
+    printf '["%s"]' "${all//,/\",\"}"
 }
 
 # wait_until SECONDS COMMAND...: polls COMMAND every 0.2 s until it succeeds;

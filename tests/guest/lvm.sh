@@ -42,13 +42,8 @@ step() {
 echo "boot until the script: $(cut -d' ' -f1 /proc/uptime) s" >"$out/times.txt"
 step "set-up: disks, fstab, crypttab, daemon started"
 
-read -r -a serials <<<"$NBGUEST_SERIALS"
-disks=()
-for s in "${serials[@]}"; do
-    d="$(disk_by_serial "$s")" || { fail "no disk with serial $s in /dev/disk/by-id"; finish; }
-    disks+=("$d")
-done
-[ "${#disks[@]}" -eq 4 ] || { fail "4 disks expected, found ${#disks[@]}"; finish; }
+find_disks 4
+[ "${#disks[@]}" -eq 4 ] || finish
 a="${disks[0]}" b="${disks[1]}" c="${disks[2]}" other="${disks[3]}"
 
 # A foreign file system and a tmpfs: the rewrites of fstab must keep both.

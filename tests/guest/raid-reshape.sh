@@ -3,23 +3,26 @@
 # nasbroltadm: a raid5 loses a member (mdadm --fail), takes a new disk
 # (push) and rebuilds, lets the failed one go (pull) and grows from 3 to
 # 4 disks (extend); a raid1 becomes a raid5 (grow); both are renamed; then
-# repairAll brings back an auto-read-only and a stopped array.
-#   raid-reshape.sh NASBROLTADM      (NBTEST_DIR: this directory)
+# repairAll brings back an auto-read-only and a stopped array. Beside the
+# first steps, in the same boot to spare one, raid-speed.sh.
+#   raid-reshape.sh NASBROLTADM NASBROLT NASBROLTCTL      (NBTEST_DIR: this directory)
 set -uo pipefail
 # shellcheck source=tests/guest/lib.sh
 . "$NBTEST_DIR/lib.sh"
 adm_bin="$1"
 out="$NBGUEST_ARTIFACTS"
 export NASBROLT_TOOLS="$NBTEST_DIR/tools"
-md_fast_sync
+# raid-speed.sh needs the kernel's default speed limits, which nothing here
+# changes before md_fast_sync, and no disk.
+speed_limits() {
+    echo "---- speed limits"
+    bash "$NBTEST_DIR/raid-speed.sh" "$@" || fail "speed limits: see above"
+    echo "---- reshape"
+}
+in_background speed_limits "$@"
+modprobe -a md_mod raid0 raid1 raid10 raid456
 
-read -r -a serials <<<"$NBGUEST_SERIALS"
-disks=()
-for s in "${serials[@]}"; do
-    d="$(disk_by_serial "$s")" || { fail "no disk with serial $s in /dev/disk/by-id"; finish; }
-    disks+=("$d")
-done
-check "disks" 8 "${#disks[@]}"
+find_disks 8
 a="${disks[0]}" b="${disks[1]}" c="${disks[2]}" d="${disks[3]}"
 e="${disks[4]}" f="${disks[5]}" g="${disks[6]}" h="${disks[7]}"
 
@@ -59,6 +62,8 @@ create 5 "$a" "$b" "$c"
 x="$md"
 create 1 "$e" "$f"
 y="$md"
+join_background
+md_fast_sync
 watch_md "$x" "raid5 $x resync"
 watch_md "$y" "raid1 $y resync"
 
@@ -72,17 +77,23 @@ check_match "state of $x" "*degraded*" "$(jq -r .out.attributes.state <<<"$answe
 check "failed member of $x" "$(part "$c") faulty" \
     "$(jq -r '.out.members[] | select(.dev == $d) | "\(.part) \(.state)"' --arg d "$c" <<<"$answer")"
 
-# ---- 3. push d: recovery onto it, to the end; slow enough for percents
-# to see it on the way
-echo 8000 >/proc/sys/dev/raid/speed_limit_max
-echo 1000 >/proc/sys/dev/raid/speed_limit_min
+# ---- 3. push d: recovery onto it, held back by the speed limits until
+# percents has seen it on the way (however slow this guest runs), then to
+# the end
+echo 1 >/proc/sys/dev/raid/speed_limit_min
+echo 1 >/proc/sys/dev/raid/speed_limit_max
 adm_call 0 VXRaid::push "$x" "$(json_list "$d")"
 check "push error" "" "$(jq -r .error <<<"$answer")"
 udevadm settle -t 30
 [ -n "$(md_row "$x" "$(part "$d")")" ] || fail "mdadm -D $x does not list $(part "$d") after push"
-watch_md "$x" "recovery of $x"
-check_match "recovery of $x seen by percents" "*rebuild_percent=*%*" "$seen"
+rebuild_seen() {
+    adm_call 0 VXRaid::percents "$x"
+    [[ "$answer" =~ \"rebuild_percent\":\"([^\"]*%)\" ]]
+}
+wait_until 60 rebuild_seen
+check_match "recovery of $x seen by percents" '*"rebuild_percent":"*%"*' "$answer"
 md_fast_sync
+watch_md "$x" "recovery of $x"
 mdadm -D "$x" >"$out/mdadm-D-recovered.txt"
 adm_call 0 VXRaid::status "$x"
 check "status of $x after the recovery" '{"faulty":1,"synching":0}' \

@@ -9,7 +9,9 @@
 #     -d N        blank sparse disks (default 0), serials NBDISK0..N-1,
 #                 found in the guest as /dev/disk/by-id/*NBDISKi (usb: *NBDISKi-0:0)
 #     -s SIZE     size of each disk, as truncate takes it (default 512M)
-#     -b BUS      virtio|scsi|sata|nvme|usb (default virtio; sata: 6 disks at most)
+#     -b BUS      virtio|scsi|sata|nvme|usb (default virtio; sata: 6 disks at most);
+#                 a comma list (virtio,usb) puts -d disks on each bus, the
+#                 serials counting on from one bus to the next
 #     -c N        vCPUs (default 2)
 #     -m MB       memory (default 1024)
 #     -t SEC      hard limit for the whole guest, boot included (default 300)
@@ -23,8 +25,8 @@
 # The script's stdout and stderr come back on ours once the guest is off, and
 # its exit status is ours. 124: the guest hit the -t limit; 125: the guest
 # failed without an exit status (console log on stderr); 2: usage error.
-# In the guest: cwd is the caller's cwd, NBGUEST=1, NBGUEST_BUS,
-# NBGUEST_DISKS, NBGUEST_SERIALS and NBGUEST_ARTIFACTS are set.
+# In the guest: cwd is the caller's cwd, NBGUEST=1, NBGUEST_BUS (as -b gave
+# it), NBGUEST_DISKS (all buses), NBGUEST_SERIALS and NBGUEST_ARTIFACTS are set.
 #
 # The kernel package is the one linux-image-amd64 depends on, downloaded (not
 # installed) into NASBROLT_GUEST_CACHE (default /var/cache/nasbrolt-guest) on
@@ -76,10 +78,17 @@ shift $((OPTIND - 1))
 [ $# -ge 1 ] || usage
 script="$1"
 shift
-case "$bus" in virtio | scsi | sata | nvme | usb) ;; *) log "unknown bus $bus"; exit 2 ;; esac
+IFS=, read -r -a buses <<<"$bus"
+[ "${#buses[@]}" -ge 1 ] || usage
+declare -A given=()
+for b in "${buses[@]}"; do
+    case "$b" in virtio | scsi | sata | nvme | usb) ;; *) log "unknown bus $b"; exit 2 ;; esac
+    [ -z "${given[$b]-}" ] || { log "bus $b given twice"; exit 2; }
+    given[$b]=1
+done
 [[ "$disks" =~ ^[0-9]+$ && "$cpus" =~ ^[1-9][0-9]*$ && "$mem" =~ ^[1-9][0-9]*$ &&
     "$limit" =~ ^[1-9][0-9]*$ ]] || usage
-if [ "$bus" = sata ] && [ "$disks" -gt 6 ]; then
+if [[ ",$bus," == *,sata,* ]] && [ "$disks" -gt 6 ]; then
     log "sata: 6 disks at most"
     exit 2
 fi
@@ -241,31 +250,37 @@ if [ "$script" = - ]; then cat >"$share/script"; else cp "$script" "$share/scrip
 cp "$here/stage2.sh" "$here/run.sh" "$share/"
 : >"$share/args"
 [ $# -eq 0 ] || printf '%s\0' "$@" >"$share/args"
+total=$((disks * ${#buses[@]}))
 serials=""
-for ((i = 0; i < disks; i++)); do serials+="${serials:+ }NBDISK$i"; done
+for ((i = 0; i < total; i++)); do serials+="${serials:+ }NBDISK$i"; done
 {
-    printf 'NBGUEST_%s=%q\n' BUS "$bus" DISKS "$disks" SERIALS "$serials" INIT "$init" \
+    printf 'NBGUEST_%s=%q\n' BUS "$bus" DISKS "$total" SERIALS "$serials" INIT "$init" \
         UDEV "$udev" CWD "$PWD"
 } >"$share/config"
 : >"$share/env"
 for e in "${envs[@]}"; do printf 'export %s=%q\n' "${e%%=*}" "${e#*=}" >>"$share/env"; done
 
+# i counts the disks of all buses (drive and serial), j those of one bus
+# (its ports).
 devices=()
-case "$bus" in
-    scsi) devices+=(-device virtio-scsi-pci,id=scsi0) ;;
-    sata) devices+=(-device ahci,id=ahci0) ;;
-    usb) devices+=(-device qemu-xhci,id=xhci) ;;
-esac
-for ((i = 0; i < disks; i++)); do
-    truncate -s "$size" "$work/disk$i.img"
-    devices+=(-drive "file=$work/disk$i.img,format=raw,if=none,id=d$i,cache=unsafe,discard=unmap")
-    case "$bus" in
-        virtio) devices+=(-device "virtio-blk-pci,drive=d$i,serial=NBDISK$i") ;;
-        scsi) devices+=(-device "scsi-hd,drive=d$i,bus=scsi0.0,channel=0,scsi-id=$i,lun=0,serial=NBDISK$i") ;;
-        sata) devices+=(-device "ide-hd,drive=d$i,bus=ahci0.$i,serial=NBDISK$i,model=NBDISK-SATA") ;;
-        nvme) devices+=(-device "nvme,drive=d$i,serial=NBDISK$i") ;;
-        usb) devices+=(-device "usb-storage,bus=xhci.0,drive=d$i,serial=NBDISK$i,removable=off") ;;
+i=0
+for b in "${buses[@]}"; do
+    case "$b" in
+        scsi) devices+=(-device virtio-scsi-pci,id=scsi0) ;;
+        sata) devices+=(-device ahci,id=ahci0) ;;
+        usb) devices+=(-device qemu-xhci,id=xhci) ;;
     esac
+    for ((j = 0; j < disks; j++, i++)); do
+        truncate -s "$size" "$work/disk$i.img"
+        devices+=(-drive "file=$work/disk$i.img,format=raw,if=none,id=d$i,cache=unsafe,discard=unmap")
+        case "$b" in
+            virtio) devices+=(-device "virtio-blk-pci,drive=d$i,serial=NBDISK$i") ;;
+            scsi) devices+=(-device "scsi-hd,drive=d$i,bus=scsi0.0,channel=0,scsi-id=$j,lun=0,serial=NBDISK$i") ;;
+            sata) devices+=(-device "ide-hd,drive=d$i,bus=ahci0.$j,serial=NBDISK$i,model=NBDISK-SATA") ;;
+            nvme) devices+=(-device "nvme,drive=d$i,serial=NBDISK$i") ;;
+            usb) devices+=(-device "usb-storage,bus=xhci.0,drive=d$i,serial=NBDISK$i,removable=off") ;;
+        esac
+    done
 done
 
 qemu=(qemu-system-x86_64 "${accelargs[@]}" -machine q35 -m "$mem" -smp "$cpus"

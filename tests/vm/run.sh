@@ -13,7 +13,7 @@ if [ "$NBGUEST_UDEV" = 1 ]; then
     udevadm trigger --action=add --subsystem-match=block --subsystem-match=misc
     udevadm settle -t 30
     # usb-storage finds its disks asynchronously.
-    if [ "$NBGUEST_BUS" = usb ]; then
+    if [[ ",$NBGUEST_BUS," == *,usb,* ]]; then
         sleep 1
         udevadm settle -t 30
     fi

@@ -9,13 +9,18 @@ hostname nbguest
 echo "127.0.1.1 nbguest" >>/etc/hosts
 mkdir -p /run/lock /run/lvm /run/cryptsetup /run/mdadm /var/lock
 
-case "$NBGUEST_BUS" in
-    virtio) modprobe -a virtio_blk loop ;;
-    scsi) modprobe -a virtio_scsi sd_mod loop ;;
-    sata) modprobe -a ahci sd_mod loop ;;
-    nvme) modprobe -a nvme loop ;;
-    usb) modprobe -a xhci_pci usb_storage uas sd_mod loop ;;
-esac
+# NBGUEST_BUS may list several buses, comma-separated.
+modules=()
+for bus in ${NBGUEST_BUS//,/ }; do
+    case "$bus" in
+        virtio) modules+=(virtio_blk) ;;
+        scsi) modules+=(virtio_scsi sd_mod) ;;
+        sata) modules+=(ahci sd_mod) ;;
+        nvme) modules+=(nvme) ;;
+        usb) modules+=(xhci_pci usb_storage uas sd_mod) ;;
+    esac
+done
+modprobe -a "${modules[@]}" loop
 
 if [ "$NBGUEST_INIT" = systemd ]; then
     units=/etc/systemd/system
