@@ -15,6 +15,16 @@ constexpr int kLvmCloseFailed = 9954;   // the encrypted mapping did not close
 constexpr int kLvmCreateFailed = 9969;  // lvcreate failed (the router's answer)
 constexpr int kLvmFailed = 9999;        // a tool failed; the message is its output
 
+// SSD cache codes (kLvmNoSpace, kLvmCreateFailed and kLvmNotFound serve the
+// cache as well, each with a message of its own).
+constexpr int kLvmCacheExtendFailed = 9900; // the cache disk did not join the group
+constexpr int kLvmCachePoolFailed = 9908;   // lvconvert to a cache pool failed
+constexpr int kLvmCacheNameWrong = 9914;    // pool devices unreadable; or wiping the disk failed
+constexpr int kLvmCacheUnbindFailed = 9921; // the pool's devices could not be listed
+constexpr int kLvmCacheBindFailed = 9922;   // lvconvert --type cache failed; or a bad mode
+constexpr int kLvmCacheQueryFailed = 9924;  // the pool's data volume could not be listed
+constexpr int kLvmCachePlaceholderFailed = 9985; // no placeholder over the new cache disk
+
 // LVM volume groups and logical volumes: creation, formatting (optionally
 // inside a LUKS container), mounting, fstab and crypttab, growing and
 // removal. Everything is carried out by the LVM and system tools through
@@ -38,8 +48,8 @@ public:
     // Asks the daemon to run the whole creation ("lvm_creating").
     static bool lvCreating(const QString& vg, const QString& lv, int mbsize, const QString& type,
                            const QString& fstype, int block, const QString& pwd, bool savepwd);
-    static bool lvFormat(QString& msg, const QString& vg, const QString& lv,
-                         const QString& fstype, int block, const QString& pwd);
+    static bool lvFormat(QString& msg, const QString& vg, const QString& lv, const QString& fstype,
+                         int block, const QString& pwd);
     static bool lvFormating(const QString& vg, const QString& lv);
     static int lvMount(QString& msg, const QString& dev, const QString& mountPath,
                        const QString& pwd);
@@ -61,10 +71,43 @@ public:
     static bool lvIsCrypt(const QString& dev);
     static QString toDeviceMapperPath(const QString& dev);
 
-    // The part of the inventory the operations read back.
+    // SSD cache. A cache disk joins the group with a placeholder volume
+    // "<vg>_<diskname>_unused_cache" over all of it; a volume's cache pool
+    // is carved out of that placeholder and given back to it on removal.
+    static int vgCacheAppend(QString& msg, const QString& vg, const QString& disk);
+    static int vgCacheRemove(const QString& vg, const QString& disk);
+    static bool vgCacheActive(const QString& vg, const QString& disk);
+    static bool vgCacheRepair(const QString& vg);
+    static QStringList vgCacheAllist(const QString& vg);
+    static QJsonObject vgCacheAlload();
+    static QJsonObject vgCacheAlload(const QString& vg);
+    static int lvCacheAppend(QString& msg, const QString& vg, const QString& lv,
+                             const QString& disk, int sizeMb, const QString& mode);
+    static int lvCacheRemove(QString& msg, const QString& vg, const QString& lv);
+    static bool lvCacheExists(const QString& vg, const QString& lv);
+    static QString lvCacheLVPool(const QString& vg, const QString& lv);
+    static bool lvCacheDev(QString& dev, const QString& vg, const QString& lv);
+    static bool lvCacheDetail(QJsonObject& obj, const QString& vg, const QString& lv);
+
+    // Inventory. A failed query gives an empty result, never an error.
+    static QJsonObject vgAlload();
+    static QStringList groups();
+    static QJsonObject allist();
+    static QJsonObject alload();
+    static QJsonObject whole();
     static bool lvDetail(QJsonObject& obj, const QString& dev);
     static QJsonObject vgDetail(const QString& vg, bool withAvailables);
+    static QJsonObject lvAllMounts();
+    static QJsonObject lvDevMounts();
     static QJsonObject lvMounts();
+    static QJsonObject lvMountsByDev();
     static bool lvMounted(qint64& size, qint64& used, qint64& avail, const QString& path);
     static bool lvMounted(const QString& dev);
+    static QJsonObject lvFree(const QString& path);
+    static QJsonObject blockDevice(const QString& dev);
+    static QString toUuid(const QString& dev);
+    // Drops the fstab lines of /mnt/ targets that are not mounted and the
+    // crypttab lines of mappings fstab no longer names; true when fstab
+    // changed.
+    static bool fixlost();
 };

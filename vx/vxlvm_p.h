@@ -35,4 +35,20 @@ public:
     static QString cryptFilePath(const QString& vg, const QString& lv, QDir* dir = nullptr);
     static bool lvIsCrypt(const QString& dev);
     static QString toDeviceMapperPath(const QString& dev);
+
+    // SSD cache helpers. Sizes in KiB; below 1 means all the free space
+    // of the disk.
+    static int availCacheSizeMb(const QString& vg, const QString& disk);
+    static bool CreateCacheDataLV(const QString& name, const QString& vg, const QString& disk,
+                                  qint64 sizeK);
+    static bool ExtendLVonPV(const QString& vg, const QString& lv, const QString& disk,
+                             qint64 sizeK);
+    static bool CreateCachePool(const QString& vg, const QString& meta, const QString& data);
+    static bool CombineLVWithCache(const QString& vg, const QString& lv, const QString& pool,
+                                   const QString& mode);
+    static bool vgAlterToCache(const QString& vg, const QString& disk);
+
+    // Inventory helpers.
+    static QStringList allMounted();
+    static QString toUuid(const QString& dev);
 };

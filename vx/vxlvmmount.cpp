@@ -35,6 +35,16 @@ bool isMountPath(const QString& path)
     return path.startsWith(QLatin1Char('/')) && isDevicePath(QStringLiteral("/dev") + path);
 }
 
+// The group's free MiB as the group detail reports it, without the disk
+// inventory the rest of that detail costs.
+qint64 groupFreeMb(const QString& vg)
+{
+    QString output;
+    if (!isLvmName(vg) || !cmdExec(kSudo + QStringLiteral("vgdisplay -c ") + vg, output, kToolMs))
+        return 0;
+    return toInt(vgSizesOf(output, vg).value(QStringLiteral("free")));
+}
+
 int refused(QString& msg)
 {
     msg = QStringLiteral("参数错误");
@@ -221,8 +231,7 @@ int VXLvm::lvExtend(QString& msg, const QString& dev, int newMb)
         msg = QStringLiteral("新的卷容量不能小于现有容量(只能扩容不能收缩)");
         return kLvmTooSmall;
     }
-    const qint64 free = toInt(vgDetail(record.value(QStringLiteral("vg")).toString(), false)
-                                  .value(QStringLiteral("free")));
+    const qint64 free = groupFreeMb(record.value(QStringLiteral("vg")).toString());
     if (free < 1 || cur + free < newMb) {
         msg = QStringLiteral("可供扩容的空间不足");
         return kLvmNoSpace;

@@ -1,5 +1,5 @@
 // libFuzzer target for the readers of disk tool output (lsblk JSON,
-// /proc/mdstat, mdadm -D, pvs, parted, hdparm, fdisk, smartctl, iotop, and the LVM,
+// /proc/mdstat, mdadm -D, pvs, parted, hdparm, fdisk, smartctl, iotop, zfs list, and the LVM,
 // df, cryptsetup and findmnt outputs of the volume code): a tool that prints something
 // unexpected must give an empty or consistent result, never a crash.
 
@@ -9,6 +9,7 @@
 #include "vx/vxlvmparse.h"
 #include "vx/vxlvmtables.h"
 #include "vx/vxraidparse.h"
+#include "vx/vxzfs.h"
 
 #include "gx2/gx2utils.h"
 
@@ -130,6 +131,35 @@ void checkLvm(const QString& text, const QByteArray& bytes)
     crypttabRemoveLines(text, QStringLiteral("/dev/vg0/lv"), &dropped);
 }
 
+// A pool of the detailed report is in the summaries too; its records are all
+// mounted under /mnt/.
+void checkZfs(const QString& text)
+{
+    const QJsonObject summaries = zfsAllistOf(text);
+    for (auto it = summaries.constBegin(); it != summaries.constEnd(); ++it) {
+        const QJsonObject summary = it.value().toObject();
+        const double avail = summary.value(QStringLiteral("free")).toDouble(-1);
+        check(summary.value(QStringLiteral("vg")).toString() == it.key(),
+              "summary of another pool");
+        check(avail >= 0 && summary.value(QStringLiteral("size")).toDouble() >= avail,
+              "pool free beyond its size");
+    }
+    const QJsonObject pools = zfsAlloadOf(text);
+    for (auto it = pools.constBegin(); it != pools.constEnd(); ++it) {
+        check(summaries.contains(it.key()), "pool missing from the summaries");
+        const QJsonObject pool = it.value().toObject();
+        QJsonArray records{pool};
+        for (const QJsonValue& record : pool.value(QStringLiteral("lvs")).toObject())
+            records.append(record);
+        for (const QJsonValue& record : records)
+            check(record.toObject()
+                      .value(QStringLiteral("mntpath"))
+                      .toString()
+                      .startsWith(QLatin1String("/mnt/")),
+                  "dataset outside /mnt");
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -148,6 +178,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     checkRaid(text);
     checkLvm(text, QByteArray(reinterpret_cast<const char*>(data), int(size)));
+    checkZfs(text);
 
     QString serial;
     hdparmSerial(serial, text);

@@ -209,7 +209,7 @@ TEST(AdmUsage, ListsFunctionsAndRefusesWrongCommandLines)
           "VXDiskPrivate::devTypes entry", "VXFileSystem::lastError"})
         EXPECT_TRUE(lines.contains(line)) << line;
     EXPECT_EQ(lines.count("VXFileSystem::create fs dev blockSize"), 1);
-    EXPECT_EQ(lines.size(), 118);
+    EXPECT_EQ(lines.size(), 153);
 
     // Out-parameters carry the names the headers give them.
     QSet<QString> outs;
@@ -220,7 +220,7 @@ TEST(AdmUsage, ListsFunctionsAndRefusesWrongCommandLines)
                                    "system", "crypt",   "cdrom",      "error", "disks",  "out",
                                    "md",     "devs",    "part",       "msg",   "dmPath", "vg",
                                    "lv",     "pwd",     "obj",        "size",  "used",   "avail",
-                                   "dir"}));
+                                   "dir",    "dev"}));
 
     const std::tuple<QStringList, QByteArray> refused[] = {
         {{"VXDisk::Allist"},

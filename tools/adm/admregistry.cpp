@@ -8,6 +8,8 @@ const QList<AdmEntry>& admEntries()
         entries += admVXDiskEntries();
         entries += admVXRaidEntries();
         entries += admVXLvmEntries();
+        entries += admVXLvmCacheEntries();
+        entries += admVXZfsEntries();
         return entries;
     }();
     return all;

@@ -90,6 +90,8 @@ const QList<AdmEntry>& admEntries();
 QList<AdmEntry> admVXDiskEntries();
 QList<AdmEntry> admVXRaidEntries();
 QList<AdmEntry> admVXLvmEntries();
+QList<AdmEntry> admVXLvmCacheEntries();
+QList<AdmEntry> admVXZfsEntries();
 
 // One word of the command line as a value: JSON when it parses as JSON,
 // else the plain string.
