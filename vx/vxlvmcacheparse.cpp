@@ -8,6 +8,7 @@
 
 #include <climits>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -52,9 +53,24 @@ QJsonObject entryWith(const QJsonArray& lvs, const QString& key, const QString& 
     return {};
 }
 
+// Figures are kept as JSON doubles; one at the top of the range would not
+// convert back.
 qint64 int64Value(const QJsonObject& obj, const QString& key)
 {
-    return qint64(obj.value(key).toDouble());
+    const double value = obj.value(key).toDouble();
+    constexpr double kTop = 9.2e18;
+    return value >= kTop    ? std::numeric_limits<qint64>::max()
+           : value <= -kTop ? std::numeric_limits<qint64>::min()
+                            : qint64(value);
+}
+
+// Sums of sizes that LVM never prints stop at the end of the range.
+qint64 cappedSum(qint64 a, qint64 b)
+{
+    qint64 sum = 0;
+    if (__builtin_add_overflow(a, b, &sum))
+        return b > 0 ? std::numeric_limits<qint64>::max() : std::numeric_limits<qint64>::min();
+    return sum;
 }
 
 } // namespace
@@ -145,11 +161,11 @@ QJsonObject cacheGroupsOf(const QString& json)
         qint64 used = int64Value(group, QStringLiteral("size"));
         qint64 free = int64Value(group, QStringLiteral("free"));
         if (name.endsWith(kBoundData) || name.endsWith(kBoundMeta)) {
-            capacity += size;
-            used += size;
+            capacity = cappedSum(capacity, size);
+            used = cappedSum(used, size);
         } else if (name.endsWith(kUnused)) {
-            capacity += size;
-            free += size;
+            capacity = cappedSum(capacity, size);
+            free = cappedSum(free, size);
         }
         if (capacity <= 0)
             continue;
@@ -218,8 +234,9 @@ QJsonObject cacheDetailOf(const QString& json)
         return detail;
     const QLatin1String data("lv_size");
     const QLatin1String meta("lv_metadata_size");
+    const qint64 metaSize = asCapacity(detail.value(meta).toString());
     const qint64 size =
-        asCapacity(detail.value(data).toString()) + 2 * asCapacity(detail.value(meta).toString());
+        cappedSum(asCapacity(detail.value(data).toString()), cappedSum(metaSize, metaSize));
     detail.remove(data);
     detail.remove(meta);
     detail.insert(QStringLiteral("size"), size);

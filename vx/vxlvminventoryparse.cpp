@@ -57,7 +57,7 @@ qint64 int64Of(const QString& text)
 qint64 kibBytes(const QString& text)
 {
     const qint64 kib = int64Of(text);
-    return kib < 0 || kib > (Q_INT64_C(1) << 53) ? 0 : kib << 10;
+    return kib < 0 || kib >= (Q_INT64_C(1) << 53) ? 0 : kib << 10;
 }
 
 struct DfMount

@@ -363,3 +363,39 @@ TEST(LvmCacheArgs, RefusedArgumentsAndModesRunNothing)
     EXPECT_TRUE(VXLvm::vgCacheAllist("..").isEmpty());
     EXPECT_TRUE(backend.callLines().isEmpty()) << backend.callLines().join("\n").toStdString();
 }
+
+// What LVM 2.03 really printed in the guest along one cache's life
+// (tests/fixtures/storage/cache/README.md).
+TEST(LvmCacheParse, RecordedLvm203Outputs)
+{
+    const auto out = [](const char* name) {
+        return QString::fromUtf8(readToolOutput(QStringLiteral("storage/cache/") + name));
+    };
+    const qint64 mib = 1 << 20;
+    // The cache disk of a pool bound (with and without a placeholder beside
+    // it) and of a pool made but not bound yet.
+    EXPECT_EQ(cacheDisksOf(out("37-vgcacheallist.txt")), QStringList{"/dev/vdb"});
+    EXPECT_EQ(cacheDisksOf(out("27-lvs-devices-cached.txt")), QStringList{"/dev/vdb"});
+    EXPECT_EQ(cacheDisksOf(out("24-lvs-devices-cachepool.txt")), QStringList{"/dev/vdb"});
+    EXPECT_EQ(cacheGroupsOf(out("38-vgcachealload-all.txt")),
+              (QJsonObject{{"vg1", QJsonObject{{"capacity", 224 * mib},
+                                               {"size", 96 * mib},
+                                               {"free", 128 * mib}}}}));
+    // The regrown placeholder has two segments, each listed with the whole size.
+    EXPECT_EQ(cacheDisksLoadOf(out("67-lvs-devices-regrown.txt")),
+              (QJsonObject{{"/dev/vdb", QJsonObject{{"dev", "/dev/vdb"},
+                                                    {"size", 0},
+                                                    {"free", 224 * mib},
+                                                    {"capacity", 224 * mib}}}}));
+    EXPECT_EQ(cacheDevOf(out("34-lvcachedev.txt"), "data"), "/dev/vdb");
+    EXPECT_EQ(bracketedNameOf(out("33-lvcachelvpool.txt")), "vg1_data_ssd_cache_cpool");
+    EXPECT_EQ(bracketedNameOf(out("70-lvcachelvpool-uncached.txt")), "");
+    EXPECT_EQ(deviceBeforeParenOf(out("59-lvcacheremove-pooldevices.txt")),
+              "vg1_data_ssd_cache_cpool_cdata");
+    EXPECT_EQ(cachePlaceholderMbOf(out("13-availcache.txt")), 224);
+
+    const QJsonObject detail = cacheDetailOf(out("35-lvcachedetail.txt"));
+    EXPECT_EQ(detail.value("size").toVariant().toLongLong(), 128 * mib);
+    EXPECT_EQ(detail.value("cache_read_hits").toString(), "145");
+    EXPECT_FALSE(detail.contains("lv_size") || detail.contains("lv_metadata_size"));
+}
