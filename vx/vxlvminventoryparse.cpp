@@ -1,5 +1,7 @@
 #include "vx/vxlvminventoryparse.h"
 
+#include "vx/vxlvmparse.h"
+
 #include "gx2/gx2utils.h"
 
 #include <QJsonArray>
@@ -10,32 +12,11 @@ namespace {
 
 const QString kPlaceholderEnd = QStringLiteral("_unused_cache");
 
-QStringList linesOf(const QString& out)
-{
-    return out.split(QLatin1Char('\n'));
-}
-
-QStringList blankFields(const QString& line)
-{
-    static const QRegularExpression blanks(QStringLiteral("\\s+"));
-    return line.split(blanks, Qt::SkipEmptyParts);
-}
-
-// A "--separator :" line, trimmed fields; empty ones are kept so that a
-// volume without a path does not shift the fields after it.
-QStringList colonFields(const QString& line)
-{
-    QStringList fields = line.trimmed().split(QLatin1Char(':'));
-    for (QString& field : fields)
-        field = field.trimmed();
-    return fields;
-}
-
 // The lines of a table file; the empty element after its final newline is
 // not a line (writing it back would add a blank line on every rewrite).
 QStringList fileLines(const QString& text)
 {
-    QStringList lines = linesOf(text);
+    QStringList lines = outputLinesOf(text);
     if (!lines.isEmpty() && lines.last().isEmpty())
         lines.removeLast();
     return lines;
@@ -71,9 +52,9 @@ struct DfMount
 QList<DfMount> dfMountsOf(const QString& dfOut)
 {
     QList<DfMount> mounts;
-    const QStringList lines = linesOf(dfOut);
+    const QStringList lines = outputLinesOf(dfOut);
     for (int i = 1; i < lines.size(); ++i) {
-        const QStringList fields = blankFields(lines.at(i));
+        const QStringList fields = blankFieldsOf(lines.at(i));
         if (fields.size() <= 5)
             continue;
         mounts.append({fields.at(0), fields.at(5),
@@ -109,7 +90,7 @@ QString typeOfAttr(const QString& attr)
 QJsonObject vgSummariesOf(const QString& out)
 {
     QJsonObject groups;
-    for (const QString& line : linesOf(out)) {
+    for (const QString& line : outputLinesOf(out)) {
         const QStringList fields = line.trimmed().split(QLatin1Char(':'), Qt::SkipEmptyParts);
         if (fields.size() != 3)
             continue;
@@ -124,10 +105,10 @@ QJsonObject vgSummariesOf(const QString& out)
 QJsonObject volumeListOf(const QString& out)
 {
     QJsonObject groups;
-    for (const QString& line : linesOf(out)) {
+    for (const QString& line : outputLinesOf(out)) {
         if (line.trimmed().isEmpty())
             continue;
-        const QStringList fields = colonFields(line);
+        const QStringList fields = colonFieldsOf(line);
         if (fields.size() <= 4 || fields.at(0).isEmpty() || fields.at(0).endsWith(kPlaceholderEnd))
             continue;
         QJsonObject volumes = groups.value(fields.at(1)).toObject();
@@ -145,8 +126,8 @@ QJsonObject volumeListOf(const QString& out)
 QList<InventoryVolume> inventoryVolumesOf(const QString& out)
 {
     QList<InventoryVolume> volumes;
-    for (const QString& line : linesOf(out)) {
-        const QStringList fields = colonFields(line);
+    for (const QString& line : outputLinesOf(out)) {
+        const QStringList fields = colonFieldsOf(line);
         if (fields.size() <= 6 || fields.at(1).isEmpty() || fields.at(1).endsWith(kPlaceholderEnd))
             continue;
         InventoryVolume volume;
@@ -227,7 +208,7 @@ QJsonObject mountsByDevOf(const QString& dfOut, bool withMountPath)
 QStringList dfColumnOf(const QString& out)
 {
     QStringList column;
-    const QStringList lines = linesOf(out);
+    const QStringList lines = outputLinesOf(out);
     for (int i = 1; i < lines.size(); ++i) {
         const QString value = lines.at(i).trimmed();
         if (!value.isEmpty())
@@ -238,8 +219,8 @@ QStringList dfColumnOf(const QString& out)
 
 QJsonObject lvFreeOf(const QString& out)
 {
-    const QStringList lines = linesOf(out);
-    const QStringList fields = lines.size() > 1 ? blankFields(lines.at(1)) : QStringList();
+    const QStringList lines = outputLinesOf(out);
+    const QStringList fields = lines.size() > 1 ? blankFieldsOf(lines.at(1)) : QStringList();
     if (fields.size() < 6)
         return QJsonObject();
     QString capacity = fields.at(4);
@@ -254,7 +235,7 @@ QJsonObject lvFreeOf(const QString& out)
 QJsonObject blkidExportOf(const QString& out)
 {
     QJsonObject values;
-    for (const QString& line : linesOf(out)) {
+    for (const QString& line : outputLinesOf(out)) {
         const int equals = line.indexOf(QLatin1Char('='));
         if (equals < 1)
             continue;
@@ -267,7 +248,7 @@ QJsonObject blkidExportOf(const QString& out)
 
 QString blkidUuidOf(const QString& out)
 {
-    for (const QString& line : linesOf(out)) {
+    for (const QString& line : outputLinesOf(out)) {
         const int equals = line.indexOf(QLatin1Char('='));
         if (equals > 0 && line.left(equals) == QLatin1String("UUID"))
             return line.mid(equals + 1).trimmed();
@@ -341,7 +322,7 @@ FstabCleanup fstabCleanupOf(const QString& fstab, const QStringList& mounted)
 {
     FstabCleanup cleanup;
     for (const QString& line : fileLines(fstab)) {
-        const QStringList fields = blankFields(line);
+        const QStringList fields = blankFieldsOf(line);
         if (isComment(line) || fields.size() < 2) {
             cleanup.kept.append(line);
             continue;
@@ -363,7 +344,7 @@ QStringList crypttabCleanupOf(const QString& crypttab, const QStringList& mappin
     QStringList kept;
     *dropped = false;
     for (const QString& line : fileLines(crypttab)) {
-        const QStringList fields = blankFields(line);
+        const QStringList fields = blankFieldsOf(line);
         if (isComment(line) || fields.isEmpty() || mappings.contains(fields.at(0)))
             kept.append(line);
         else

@@ -9,31 +9,11 @@ namespace {
 
 const qint64 kMaxBytes = Q_INT64_C(9223372036854775807);
 
-QStringList linesOf(const QString& out)
-{
-    return out.split(QLatin1Char('\n'));
-}
-
-QStringList blankFields(const QString& line)
-{
-    static const QRegularExpression blanks(QStringLiteral("\\s+"));
-    return line.split(blanks, Qt::SkipEmptyParts);
-}
-
-// Fields of a "--separator :" line, trimmed, empty ones kept.
-QStringList colonFields(const QString& line)
-{
-    QStringList fields = line.trimmed().split(QLatin1Char(':'));
-    for (QString& field : fields)
-        field = field.trimmed();
-    return fields;
-}
-
 // The first line of a "vgdisplay -c" output with at least count fields.
 QStringList vgdisplayFields(const QString& out, int count)
 {
-    for (const QString& line : linesOf(out)) {
-        const QStringList fields = colonFields(line);
+    for (const QString& line : outputLinesOf(out)) {
+        const QStringList fields = colonFieldsOf(line);
         if (fields.size() >= count)
             return fields;
     }
@@ -58,6 +38,25 @@ qint64 scaled(qint64 a, qint64 b, qint64 divisor)
 
 } // namespace
 
+QStringList outputLinesOf(const QString& out)
+{
+    return out.split(QLatin1Char('\n'));
+}
+
+QStringList blankFieldsOf(const QString& line)
+{
+    static const QRegularExpression blanks(QStringLiteral("\\s+"));
+    return line.split(blanks, Qt::SkipEmptyParts);
+}
+
+QStringList colonFieldsOf(const QString& line)
+{
+    QStringList fields = line.trimmed().split(QLatin1Char(':'));
+    for (QString& field : fields)
+        field = field.trimmed();
+    return fields;
+}
+
 qint64 vgFreeOf(const QString& out)
 {
     QString text = out.trimmed();
@@ -69,7 +68,7 @@ qint64 vgFreeOf(const QString& out)
 
 QStringList lvmNamesOf(const QString& out)
 {
-    QStringList names = linesOf(out);
+    QStringList names = outputLinesOf(out);
     for (QString& name : names)
         name = name.trimmed();
     while (!names.isEmpty() && names.last().isEmpty())
@@ -90,8 +89,8 @@ int peSizeMbOf(const QString& out)
 
 QString volumePathOf(const QString& out, const QString& vg, const QString& lv, QString* dmPath)
 {
-    for (const QString& line : linesOf(out)) {
-        const QStringList fields = colonFields(line);
+    for (const QString& line : outputLinesOf(out)) {
+        const QStringList fields = colonFieldsOf(line);
         if (fields.size() != 4 || fields.at(0) != vg || fields.at(1) != lv)
             continue;
         if (dmPath)
@@ -103,8 +102,8 @@ QString volumePathOf(const QString& out, const QString& vg, const QString& lv, Q
 
 QString vgLvOf(const QString& out, QString& vg, QString& lv)
 {
-    for (const QString& line : linesOf(out)) {
-        const QStringList fields = colonFields(line);
+    for (const QString& line : outputLinesOf(out)) {
+        const QStringList fields = colonFieldsOf(line);
         if (fields.size() != 3)
             continue;
         vg = fields.at(0);
@@ -116,8 +115,8 @@ QString vgLvOf(const QString& out, QString& vg, QString& lv)
 
 bool dmPathOf(const QString& out, QString& dmPath)
 {
-    for (const QString& line : linesOf(out)) {
-        const QStringList fields = colonFields(line);
+    for (const QString& line : outputLinesOf(out)) {
+        const QStringList fields = colonFieldsOf(line);
         if (fields.size() > 2) {
             dmPath = fields.at(2);
             return true;
@@ -130,8 +129,8 @@ bool mkfsRunningOf(const QString& psOut, const QString& dev)
 {
     if (dev.isEmpty() || !psOut.contains(dev))
         return false;
-    for (const QString& line : linesOf(psOut)) {
-        if (line.contains(QLatin1String("/sbin/mkfs.")) && blankFields(line).contains(dev))
+    for (const QString& line : outputLinesOf(psOut)) {
+        if (line.contains(QLatin1String("/sbin/mkfs.")) && blankFieldsOf(line).contains(dev))
             return true;
     }
     return false;
@@ -139,7 +138,7 @@ bool mkfsRunningOf(const QString& psOut, const QString& dev)
 
 bool dfListsSource(const QString& out, const QString& source)
 {
-    const QStringList lines = linesOf(out);
+    const QStringList lines = outputLinesOf(out);
     for (int i = 1; i < lines.size(); ++i) {
         if (lines.at(i).trimmed() == source)
             return true;
@@ -149,9 +148,9 @@ bool dfListsSource(const QString& out, const QString& source)
 
 bool dfFiguresOf(const QString& out, qint64& size, qint64& used, qint64& avail)
 {
-    const QStringList lines = linesOf(out);
+    const QStringList lines = outputLinesOf(out);
     for (int i = 1; i < lines.size(); ++i) {
-        const QStringList fields = blankFields(lines.at(i));
+        const QStringList fields = blankFieldsOf(lines.at(i));
         if (fields.size() > 3) {
             size = int64Of(fields.at(1));
             used = int64Of(fields.at(2));
@@ -164,8 +163,8 @@ bool dfFiguresOf(const QString& out, qint64& size, qint64& used, qint64& avail)
 
 bool isLuks2StatusOf(const QString& out)
 {
-    for (const QString& line : linesOf(out)) {
-        const QStringList fields = blankFields(line);
+    for (const QString& line : outputLinesOf(out)) {
+        const QStringList fields = blankFieldsOf(line);
         if (!fields.isEmpty() && fields.at(0) == QLatin1String("type:"))
             return fields.size() > 1 && fields.at(1) == QLatin1String("LUKS2");
     }
@@ -175,9 +174,9 @@ bool isLuks2StatusOf(const QString& out)
 QJsonObject lvMountsOf(const QString& dfOut)
 {
     QJsonObject mounts;
-    const QStringList lines = linesOf(dfOut);
+    const QStringList lines = outputLinesOf(dfOut);
     for (int i = 1; i < lines.size(); ++i) {
-        const QStringList fields = blankFields(lines.at(i));
+        const QStringList fields = blankFieldsOf(lines.at(i));
         if (fields.size() <= 5 || !fields.at(0).startsWith(QLatin1String("/dev/")) ||
             !fields.at(5).startsWith(QLatin1String("/mnt/")))
             continue;
@@ -193,8 +192,8 @@ QJsonObject lvMountsOf(const QString& dfOut)
 
 bool lvRecordOf(const QString& out, QJsonObject& record)
 {
-    for (const QString& line : linesOf(out)) {
-        const QStringList fields = colonFields(line);
+    for (const QString& line : outputLinesOf(out)) {
+        const QStringList fields = colonFieldsOf(line);
         if (fields.size() <= 7)
             continue;
         const QString lv = fields.at(2);

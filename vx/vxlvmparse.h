@@ -8,6 +8,13 @@
 // Pure readers of the LVM, cryptsetup, ps, df and findmnt outputs the volume
 // code runs. Lines are split at ":" keeping empty fields unless said.
 
+// The lines of an output; the blank-separated fields of a line (empty ones
+// skipped); the trimmed fields of a "--separator :" line, empty ones kept so
+// that a volume without a path does not shift the fields after it.
+QStringList outputLinesOf(const QString& out);
+QStringList blankFieldsOf(const QString& line);
+QStringList colonFieldsOf(const QString& line);
+
 // "vgs -o vg_free --units b": trimmed, unit letter dropped; 0 when unreadable.
 qint64 vgFreeOf(const QString& out);
 // One name per line, trimmed; trailing empty lines dropped.

@@ -125,6 +125,21 @@ join_background() {
     bg_pids=()
 }
 
+# step NAME: the seconds since the previous step go to $out/times.txt
+# under that step's name; NAME is noted in $TMPDIR/commands.log (the log of
+# a tools substitute), copied to $out as it grows.
+step_name="" step_start=0
+step() {
+    local now=${EPOCHREALTIME/./} cs
+    if [ -n "$step_name" ]; then
+        cs=$(((now - step_start) / 10000))
+        printf '%-48s %3d.%02d s\n' "$step_name" $((cs / 100)) $((cs % 100)) >>"$out/times.txt"
+    fi
+    echo "$(cut -d' ' -f1 /proc/uptime) step: $1" >>"$TMPDIR/commands.log"
+    cp "$TMPDIR/commands.log" "$out/"
+    step_name="$1" step_start=$now
+}
+
 # json_list WORD...: the words as a JSON list of strings (no quotes in them).
 json_list() {
     local IFS=, all

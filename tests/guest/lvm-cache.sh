@@ -23,18 +23,7 @@ export TMPDIR
 vg=vg1 lv=data
 mnt="/mnt/$vg/$lv"
 
-# ---- timing: each step's seconds go to times.txt
-step_name="" step_start=0
-step() {
-    local now=${EPOCHREALTIME/./} cs
-    if [ -n "$step_name" ]; then
-        cs=$(((now - step_start) / 10000))
-        printf '%-48s %3d.%02d s\n' "$step_name" $((cs / 100)) $((cs % 100)) >>"$out/times.txt"
-    fi
-    echo "$(cut -d' ' -f1 /proc/uptime) step: $1" >>"$TMPDIR/commands.log"
-    cp "$TMPDIR/commands.log" "$out/"
-    step_name="$1" step_start=$now
-}
+# ---- timing: each step's seconds go to times.txt (step in lib.sh)
 echo "boot until the script: $(cut -d' ' -f1 /proc/uptime) s" >"$out/times.txt"
 step "set-up"
 
