@@ -85,6 +85,19 @@ struct AdmEntry
     std::function<QJsonValue(AdmCall&)> call;
 };
 
+// Helpers of the entry lists: strings as a JSON array; a result with a text
+// the function handed back through its out-parameter name.
+inline QJsonValue admList(const QStringList& items)
+{
+    return QJsonArray::fromStringList(items);
+}
+inline QJsonValue admWithOut(AdmCall& c, const QString& name, const QString& text,
+                             const QJsonValue& result)
+{
+    c.out(name, text);
+    return result;
+}
+
 // Every registered function; the entry lists of the library parts below.
 const QList<AdmEntry>& admEntries();
 QList<AdmEntry> admVXDiskEntries();

@@ -6,15 +6,6 @@
 #include "vx/vxdisk_p.h"
 #include "vx/vxfilesystem.h"
 
-namespace {
-
-QJsonValue list(const QStringList& items)
-{
-    return QJsonArray::fromStringList(items);
-}
-
-} // namespace
-
 QList<AdmEntry> admVXDiskEntries()
 {
     using T = AdmType;
@@ -70,27 +61,27 @@ QList<AdmEntry> admVXDiskEntries()
          {},
          {},
          R::Value,
-         [](AdmCall&) { return list(VXDisk().allRaidMembers()); }},
+         [](AdmCall&) { return admList(VXDisk().allRaidMembers()); }},
         {"VXDisk::allLvmMembers",
          {},
          {},
          R::Value,
-         [](AdmCall&) { return list(VXDisk().allLvmMembers()); }},
+         [](AdmCall&) { return admList(VXDisk().allLvmMembers()); }},
         {"VXDisk::allZfsMembers",
          {},
          {},
          R::Value,
-         [](AdmCall&) { return list(VXDisk().allZfsMembers()); }},
+         [](AdmCall&) { return admList(VXDisk().allZfsMembers()); }},
         {"VXDisk::allDevices",
          {},
          {},
          R::Value,
-         [](AdmCall&) { return list(VXDisk().allDevices()); }},
+         [](AdmCall&) { return admList(VXDisk().allDevices()); }},
         {"VXDisk::physicalDevices",
          {},
          {},
          R::Value,
-         [](AdmCall&) { return list(VXDisk().physicalDevices()); }},
+         [](AdmCall&) { return admList(VXDisk().physicalDevices()); }},
         {"VXDisk::allDevicesInfo",
          {},
          {},
@@ -127,19 +118,19 @@ QList<AdmEntry> admVXDiskEntries()
          dev,
          {},
          R::Value,
-         [](AdmCall& c) { return list(VXDisk().partsOf(c.str(0))); }},
+         [](AdmCall& c) { return admList(VXDisk().partsOf(c.str(0))); }},
         {"VXDisk::partOf", dev, {}, R::Value, [](AdmCall& c) { return VXDisk().partOf(c.str(0)); }},
         {"VXDisk::partitions",
          dev,
          {},
          R::Value,
-         [](AdmCall& c) { return list(VXDisk().partitions(c.str(0))); }},
+         [](AdmCall& c) { return admList(VXDisk().partitions(c.str(0))); }},
         {"VXDisk::partExists",
          dev,
          {},
          R::Bool,
          [](AdmCall& c) { return VXDisk().partExists(c.str(0)); }},
-        {"VXDisk::names", {}, {}, R::Value, [](AdmCall&) { return list(VXDisk().names()); }},
+        {"VXDisk::names", {}, {}, R::Value, [](AdmCall&) { return admList(VXDisk().names()); }},
         {"VXDisk::isSsd", dev, {}, R::Bool, [](AdmCall& c) { return VXDisk().isSsd(c.str(0)); }},
         {"VXDisk::model",
          dev,

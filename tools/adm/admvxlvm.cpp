@@ -7,22 +7,6 @@
 
 #include <QDir>
 
-namespace {
-
-QJsonValue list(const QStringList& items)
-{
-    return QJsonArray::fromStringList(items);
-}
-
-// A result with the message it handed back.
-QJsonValue withMsg(AdmCall& c, const QString& msg, const QJsonValue& result)
-{
-    c.out("msg", msg);
-    return result;
-}
-
-} // namespace
-
 QList<AdmEntry> admVXLvmEntries()
 {
     using T = AdmType;
@@ -40,7 +24,7 @@ QList<AdmEntry> admVXLvmEntries()
          [](AdmCall& c) {
              QString msg;
              const int code = VXLvm::vgCreate(msg, c.str(0), c.list(1), c.integer(2));
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
         {"VXLvm::vgExtend",
          vgDisks,
@@ -49,7 +33,7 @@ QList<AdmEntry> admVXLvmEntries()
          [](AdmCall& c) {
              QString msg;
              const int code = VXLvm::vgExtend(msg, c.str(0), c.list(1));
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
         {"VXLvm::vgRemove",
          vg,
@@ -58,16 +42,16 @@ QList<AdmEntry> admVXLvmEntries()
          [](AdmCall& c) {
              QString msg;
              const bool removed = VXLvm::vgRemove(msg, c.str(0));
-             return withMsg(c, msg, removed);
+             return admWithOut(c, "msg", msg, removed);
          }},
         {"VXLvm::vgExists", vg, {}, R::Bool, [](AdmCall& c) { return VXLvm::vgExists(c.str(0)); }},
         {"VXLvm::vgFree", vg, {}, R::Value, [](AdmCall& c) { return VXLvm::vgFree(c.str(0)); }},
-        {"VXLvm::vgNames", {}, {}, R::Value, [](AdmCall&) { return list(VXLvm::vgNames()); }},
+        {"VXLvm::vgNames", {}, {}, R::Value, [](AdmCall&) { return admList(VXLvm::vgNames()); }},
         {"VXLvm::lvNames",
          vg,
          {},
          R::Value,
-         [](AdmCall& c) { return list(VXLvm::lvNames(c.str(0))); }},
+         [](AdmCall& c) { return admList(VXLvm::lvNames(c.str(0))); }},
 
         // Logical volumes.
         {"VXLvm::lvExists",
@@ -108,7 +92,7 @@ QList<AdmEntry> admVXLvmEntries()
              QString msg;
              const bool made =
                  VXLvm::lvFormat(msg, c.str(0), c.str(1), c.str(2), c.integer(3), c.str(4));
-             return withMsg(c, msg, made);
+             return admWithOut(c, "msg", msg, made);
          }},
         {"VXLvm::lvFormating",
          vgLv,
@@ -122,7 +106,7 @@ QList<AdmEntry> admVXLvmEntries()
          [](AdmCall& c) {
              QString msg;
              const int code = VXLvm::lvMount(msg, c.str(0), c.str(1), c.str(2));
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
         {"VXLvm::lvUmount", dev, {}, R::Bool, [](AdmCall& c) { return VXLvm::lvUmount(c.str(0)); }},
         {"VXLvm::lvExtend",
@@ -132,7 +116,7 @@ QList<AdmEntry> admVXLvmEntries()
          [](AdmCall& c) {
              QString msg;
              const int code = VXLvm::lvExtend(msg, c.str(0), c.integer(1));
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
         {"VXLvm::lvRemove",
          dev,
@@ -141,7 +125,7 @@ QList<AdmEntry> admVXLvmEntries()
          [](AdmCall& c) {
              QString msg;
              const int code = VXLvm::lvRemove(msg, c.str(0));
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
         {"VXLvm::lvRemove",
          vgLv,
@@ -150,7 +134,7 @@ QList<AdmEntry> admVXLvmEntries()
          [](AdmCall& c) {
              QString msg;
              const int code = VXLvm::lvRemove(msg, c.str(0), c.str(1));
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
 
         // Paths.
@@ -199,7 +183,7 @@ QList<AdmEntry> admVXLvmEntries()
          [](AdmCall& c) {
              QString msg;
              const bool saved = VXLvm::lvSavePwd(msg, c.str(0), c.str(1), c.str(2));
-             return withMsg(c, msg, saved);
+             return admWithOut(c, "msg", msg, saved);
          }},
         {"VXLvm::lvLoadPwd",
          vgLv,
@@ -209,7 +193,7 @@ QList<AdmEntry> admVXLvmEntries()
              QString msg, pwd;
              const int code = VXLvm::lvLoadPwd(msg, pwd, c.str(0), c.str(1));
              c.out("pwd", pwd);
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
         {"VXLvm::lvIsCrypt",
          dev,
@@ -224,7 +208,7 @@ QList<AdmEntry> admVXLvmEntries()
 
         // Inventory.
         {"VXLvm::vgAlload", {}, {}, R::Value, [](AdmCall&) { return VXLvm::vgAlload(); }},
-        {"VXLvm::groups", {}, {}, R::Value, [](AdmCall&) { return list(VXLvm::groups()); }},
+        {"VXLvm::groups", {}, {}, R::Value, [](AdmCall&) { return admList(VXLvm::groups()); }},
         {"VXLvm::allist", {}, {}, R::Value, [](AdmCall&) { return VXLvm::allist(); }},
         {"VXLvm::alload", {}, {}, R::Value, [](AdmCall&) { return VXLvm::alload(); }},
         {"VXLvm::whole", {}, {}, R::Value, [](AdmCall&) { return VXLvm::whole(); }},
@@ -288,7 +272,7 @@ QList<AdmEntry> admVXLvmEntries()
          [](AdmCall& c) {
              QString msg;
              const bool mounted = VXLvmPrivate::mount(msg, c.str(0), c.str(1), c.boolean(2));
-             return withMsg(c, msg, mounted);
+             return admWithOut(c, "msg", msg, mounted);
          }},
         {"VXLvmPrivate::pathForMount",
          dev,
@@ -368,7 +352,7 @@ QList<AdmEntry> admVXLvmEntries()
          {},
          {},
          R::Value,
-         [](AdmCall&) { return list(VXLvmPrivate::allMounted()); }},
+         [](AdmCall&) { return admList(VXLvmPrivate::allMounted()); }},
         {"VXLvmPrivate::toUuid",
          dev,
          {},

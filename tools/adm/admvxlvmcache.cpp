@@ -5,17 +5,6 @@
 #include "vx/vxlvm.h"
 #include "vx/vxlvm_p.h"
 
-namespace {
-
-// A result with the message it handed back.
-QJsonValue withMsg(AdmCall& c, const QString& msg, const QJsonValue& result)
-{
-    c.out("msg", msg);
-    return result;
-}
-
-} // namespace
-
 QList<AdmEntry> admVXLvmCacheEntries()
 {
     using T = AdmType;
@@ -35,7 +24,7 @@ QList<AdmEntry> admVXLvmCacheEntries()
          [](AdmCall& c) {
              QString msg;
              const int code = VXLvm::vgCacheAppend(msg, c.str(0), c.str(1));
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
         {"VXLvm::vgCacheRemove",
          vgDisk,
@@ -77,7 +66,7 @@ QList<AdmEntry> admVXLvmCacheEntries()
              QString msg;
              const int code =
                  VXLvm::lvCacheAppend(msg, c.str(0), c.str(1), c.str(2), c.integer(3), c.str(4));
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
         {"VXLvm::lvCacheRemove",
          vgLv,
@@ -86,7 +75,7 @@ QList<AdmEntry> admVXLvmCacheEntries()
          [](AdmCall& c) {
              QString msg;
              const int code = VXLvm::lvCacheRemove(msg, c.str(0), c.str(1));
-             return withMsg(c, msg, code);
+             return admWithOut(c, "msg", msg, code);
          }},
         {"VXLvm::lvCacheExists",
          vgLv,

@@ -5,22 +5,6 @@
 #include "vx/vxraid.h"
 #include "vx/vxraid_p.h"
 
-namespace {
-
-QJsonValue list(const QStringList& items)
-{
-    return QJsonArray::fromStringList(items);
-}
-
-// An int code with the error text it handed back.
-QJsonValue withError(AdmCall& c, const QString& error, int code)
-{
-    c.out("error", error);
-    return code;
-}
-
-} // namespace
-
 QList<AdmEntry> admVXRaidEntries()
 {
     using T = AdmType;
@@ -37,7 +21,7 @@ QList<AdmEntry> admVXRaidEntries()
              QString error;
              const int code = VXRaid().acquit(out, c.str(0), &error);
              c.out("out", out);
-             return withError(c, error, code);
+             return admWithOut(c, "error", error, code);
          }},
         {"VXRaid::status",
          md,
@@ -58,9 +42,9 @@ QList<AdmEntry> admVXRaidEntries()
              QString error;
              const int code = VXRaid().percents(out, c.str(0), &error);
              c.out("out", out);
-             return withError(c, error, code);
+             return admWithOut(c, "error", error, code);
          }},
-        {"VXRaid::names", {}, {}, R::Value, [](AdmCall&) { return list(VXRaid().names()); }},
+        {"VXRaid::names", {}, {}, R::Value, [](AdmCall&) { return admList(VXRaid().names()); }},
         {"VXRaid::exists", md, {}, R::Bool, [](AdmCall& c) { return VXRaid().exists(c.str(0)); }},
         {"VXRaid::allist", {}, {}, R::Value, [](AdmCall&) { return VXRaid().allist(); }},
         {"VXRaid::alload", {}, {}, R::Value, [](AdmCall&) { return VXRaid().alload(); }},
@@ -83,7 +67,7 @@ QList<AdmEntry> admVXRaidEntries()
              const int code =
                  VXRaid().create(error, c.integer(0), c.list(1), c.list(2), c.integer(3), made);
              c.out("md", made);
-             return withError(c, error, code);
+             return admWithOut(c, "error", error, code);
          }},
         {"VXRaid::extend",
          {{"md", T::String}, {"disks", T::StringList}},
@@ -92,7 +76,7 @@ QList<AdmEntry> admVXRaidEntries()
          [](AdmCall& c) {
              QString error;
              const int code = VXRaid().extend(c.str(0), c.list(1), error);
-             return withError(c, error, code);
+             return admWithOut(c, "error", error, code);
          }},
         {"VXRaid::grow",
          {{"md", T::String}, {"level", T::Int}, {"disks", T::StringList}},
@@ -101,7 +85,7 @@ QList<AdmEntry> admVXRaidEntries()
          [](AdmCall& c) {
              QString error;
              const int code = VXRaid().grow(c.str(0), c.integer(1), c.list(2), error);
-             return withError(c, error, code);
+             return admWithOut(c, "error", error, code);
          }},
         {"VXRaid::push",
          {{"md", T::String}, {"disks", T::StringList}},
@@ -110,7 +94,7 @@ QList<AdmEntry> admVXRaidEntries()
          [](AdmCall& c) {
              QString error;
              const int code = VXRaid().push(error, c.str(0), c.list(1));
-             return withError(c, error, code);
+             return admWithOut(c, "error", error, code);
          }},
         {"VXRaid::pull",
          {{"md", T::String}, {"member", T::String}},
@@ -119,7 +103,7 @@ QList<AdmEntry> admVXRaidEntries()
          [](AdmCall& c) {
              QString error;
              const int code = VXRaid().pull(error, c.str(0), c.str(1));
-             return withError(c, error, code);
+             return admWithOut(c, "error", error, code);
          }},
         {"VXRaid::remove",
          md,
@@ -128,7 +112,7 @@ QList<AdmEntry> admVXRaidEntries()
          [](AdmCall& c) {
              QString error;
              const int code = VXRaid().remove(error, c.str(0));
-             return withError(c, error, code);
+             return admWithOut(c, "error", error, code);
          }},
         // Answers at once; nasbroltadm still waits for the dismantling thread.
         {"VXRaid::removes",
@@ -138,7 +122,7 @@ QList<AdmEntry> admVXRaidEntries()
          [](AdmCall& c) {
              QString error;
              const int code = VXRaid().removes(error, c.str(0));
-             return withError(c, error, code);
+             return admWithOut(c, "error", error, code);
          }},
         {"VXRaid::repair", md, {}, R::Code, [](AdmCall& c) { return VXRaid().repair(c.str(0)); }},
         {"VXRaid::repairAll", {}, {}, R::Code, [](AdmCall&) { return VXRaid().repairAll(); }},
@@ -217,7 +201,7 @@ QList<AdmEntry> admVXRaidEntries()
          {},
          {},
          R::Value,
-         [](AdmCall&) { return list(VXRaidPrivate().names()); }},
+         [](AdmCall&) { return admList(VXRaidPrivate().names()); }},
         {"VXRaidPrivate::loadDevs",
          {{"record", T::Object}, {"key", T::String}},
          {"devs"},
