@@ -4,6 +4,7 @@
 #include "vx/vxraid_p.h"
 #include "vx/vxraidlines.h"
 
+#include "gx2/gx2logger.h"
 #include "gx2/gx2syspath.h"
 #include "gx2/gx2workers.h"
 #include "lnx2/lnx2process.h"
@@ -121,7 +122,7 @@ bool allListed(const QStringList& arrays)
 }
 
 // The caller's answer when the top array is missing.
-// prepared turns true when every disk is partitioned (see createSingle).
+// prepared turns true when the sub-arrays are up.
 int createTwoTier(TwoTierJob job, std::atomic_bool& prepared)
 {
     job.disks.sort();
@@ -140,16 +141,22 @@ int createTwoTier(TwoTierJob job, std::atomic_bool& prepared)
         if (!procStartDetached(program, words))
             return kRaidFailed;
     }
-    prepared.store(true);
     QElapsedTimer clock;
     clock.start();
     while (!allListed(job.subs)) {
         if (clock.elapsed() >= kSubArrayMs || !GX2Workers::sleepFor(kSubArrayPollMs))
             return kRaidFailed;
     }
+    // The caller's wait covers the top array alone: on a busy machine the
+    // sub-arrays may take most of their own limit.
+    prepared.store(true);
     writeDefaultLayout();
-    if (procRunLine(raidTopLine(job.top, job.subs), 999, kCreateMs).ok())
+    const LNX2ProcResult top = procRunLine(raidTopLine(job.top, job.subs), 999, kCreateMs);
+    if (top.ok())
         return kRaidOk;
+    GX2Logger::i()->write(QStringLiteral("raid: %1 not created: %2")
+                              .arg(job.top, QString::fromLocal8Bit(top.err + top.out).trimmed()),
+                          2);
     return allListed(job.subs) ? kRaidFailed : kRaidBusy;
 }
 
