@@ -51,6 +51,15 @@ bash scripts/setup.sh
 bash scripts/build.sh
 
 mkdir -p "$NASBROLT_ROOT" "$TMPDIR"
+# The dashboard reads these kernel files under the sandbox root: links to
+# the real ones, read-only sources only (never /proc/sys or /sys/power,
+# which the daemon writes).
+for f in proc/meminfo proc/net/dev proc/version sys/class/net sys/devices/virtual/net; do
+    if [ ! -e "$NASBROLT_ROOT/$f" ]; then
+        mkdir -p "$(dirname "$NASBROLT_ROOT/$f")"
+        ln -sfn "/$f" "$NASBROLT_ROOT/$f"
+    fi
+done
 if pid="$(running_pid)"; then
     echo "nasbrolt already runs as $pid; restarting it with the new build"
     stop
@@ -80,6 +89,8 @@ cat <<EOT
 Send more commands with the sandbox's socket directory:
     TMPDIR=$TMPDIR $ctl COMMAND [key=value ...]
     TMPDIR=$TMPDIR $ctl --help
+The live dashboard in this terminal (q quits):
+    TMPDIR=$TMPDIR $ctl top
 Stop it with:
     bash scripts/run.sh stop
 EOT

@@ -15,6 +15,8 @@ packages=(
     # the disk tools the product runs, real in the guest tests; jq checks JSON there
     mdadm lvm2 thin-provisioning-tools cryptsetup-bin parted fdisk psmisc
     e2fsprogs xfsprogs btrfs-progs ntfs-3g smartmontools hdparm iotop jq
+    # the dashboard's sources; tmux drives the terminal view in its test
+    procps lm-sensors dmidecode tmux
 )
 
 missing=()

@@ -35,6 +35,7 @@ private:
     bool keyParam(const QString& arg);
     bool objectParam(const QString& arg);
     bool setTimeout(const QString& text);
+    bool setInterval(const QString& text);
     bool setSocket(const QString& text);
 
     bool fail(const QString& text)
@@ -47,7 +48,21 @@ private:
     CtlArgs& out;
     bool optionsEnded = false;
     bool objectGiven = false;
+    bool topIntervalGiven = false;
 };
+
+bool isTopCommand(const QString& command)
+{
+    return command == QLatin1String("top");
+}
+
+// What --watch takes as its SECONDS rather than as the command: command
+// names never start with a digit, so a number is never a command.
+bool looksLikeNumber(const QString& arg)
+{
+    const int at = arg.startsWith(QLatin1Char('-')) || arg.startsWith(QLatin1Char('+')) ? 1 : 0;
+    return at < arg.size() && (arg.at(at).isDigit() || arg.at(at) == QLatin1Char('.'));
+}
 
 bool CtlParser::run(const QStringList& args)
 {
@@ -67,8 +82,16 @@ bool CtlParser::run(const QStringList& args)
         if (!ok)
             return false;
     }
-    if (out.action == CtlArgs::Action::Call && out.command.isEmpty())
+    if (out.action != CtlArgs::Action::Call)
+        return true;
+    if (out.command.isEmpty())
         return fail(QStringLiteral("missing command"));
+    if (isTopCommand(out.command)) {
+        if (out.watch)
+            return fail(
+                QStringLiteral("top refreshes by itself: 'top SECONDS' instead of --watch"));
+        out.action = CtlArgs::Action::Top;
+    }
     return true;
 }
 
@@ -89,6 +112,15 @@ bool CtlParser::longOption(const QStringList& args, int& i)
         out.raw = true;
     if (flag)
         return true;
+    if (name == QLatin1String("watch")) {
+        // The interval is optional, so only "--watch=S" or a number next is one.
+        out.watch = true;
+        if (eq >= 0)
+            return setInterval(arg.mid(eq + 1));
+        if (i + 1 < args.size() && looksLikeNumber(args.at(i + 1)))
+            return setInterval(args.at(++i));
+        return true;
+    }
     if (name != QLatin1String("timeout") && name != QLatin1String("socket"))
         return fail(QStringLiteral("unrecognized option '%1'").arg(arg));
     QString value;
@@ -128,6 +160,13 @@ bool CtlParser::shortOptions(const QStringList& args, int& i)
 
 bool CtlParser::positional(const QString& arg)
 {
+    if (isTopCommand(out.command)) {
+        if (topIntervalGiven)
+            return fail(
+                QStringLiteral("unexpected argument '%1': top takes only SECONDS").arg(arg));
+        topIntervalGiven = true;
+        return setInterval(arg);
+    }
     if (!out.command.isEmpty())
         return arg.trimmed().startsWith(QLatin1Char('{')) ? objectParam(arg) : keyParam(arg);
     // Command names are slot names; anything else is a mistyped command line.
@@ -184,6 +223,17 @@ bool CtlParser::setTimeout(const QString& text)
         return fail(
             QStringLiteral("invalid time limit '%1': milliseconds above 0 expected").arg(text));
     out.timeoutMs = value;
+    return true;
+}
+
+bool CtlParser::setInterval(const QString& text)
+{
+    bool ok = false;
+    const double value = text.toDouble(&ok);
+    // The upper bound keeps the interval's milliseconds within an int; NaN fails too.
+    if (!ok || !(value > 0 && value <= 2000000))
+        return fail(QStringLiteral("invalid interval '%1': seconds above 0 expected").arg(text));
+    out.intervalS = value;
     return true;
 }
 

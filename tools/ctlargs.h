@@ -17,14 +17,18 @@ enum CtlExit {
 };
 
 constexpr int kCtlDefaultTimeoutMs = 15000;
+constexpr double kCtlDefaultIntervalS = 2.0;
 
 // What one nasbroltctl command line asks for.
 struct CtlArgs
 {
-    enum class Action { Call, Help, Version };
+    // Top is the command "top": the dashboard view, not a daemon command.
+    enum class Action { Call, Help, Version, Top };
 
     Action action = Action::Call;
     bool raw = false;
+    bool watch = false;                      // --watch: repeat and redraw
+    double intervalS = kCtlDefaultIntervalS; // of --watch and top
     int timeoutMs = kCtlDefaultTimeoutMs;
     QString socket = QString::fromLatin1(kBroltSocketName);
     QString command;

@@ -1,7 +1,9 @@
-// nasbroltctl: sends one command to the nasbrolt daemon and prints the answer.
+// nasbroltctl: sends one command to the nasbrolt daemon and prints the answer,
+// once, again and again (--watch), or as the dashboard in a terminal (top).
 
 #include "tools/ctlargs.h"
 #include "tools/ctlcall.h"
+#include "tools/ctlwatch.h"
 
 #include <QCoreApplication>
 
@@ -11,9 +13,23 @@
 namespace {
 
 const char kUsage[] = R"(Usage: nasbroltctl [OPTIONS] COMMAND [PARAM ...]
+       nasbroltctl [OPTIONS] --watch [SECONDS] COMMAND [PARAM ...]
+       nasbroltctl [OPTIONS] top [SECONDS]
 
 Sends COMMAND to the nasbrolt daemon over its local socket and prints the
 answer as indented JSON.
+
+With --watch the command is sent again SECONDS after each answer (default 2,
+fractions allowed) and its answer redrawn in place under a line with the
+interval, the command, the host and the time, until interrupted; a failed
+exchange shows its error there and the next round follows. When stdout is
+not a terminal the answers are printed one after another, separated by a
+blank line.
+
+"top" shows the dashboard ("system_lookout") fitted to the terminal and
+refreshed every SECONDS (default 2): host, uptime, load and status, CPU,
+memory, network, disks, storage, tasks, the busiest processes and the
+latest events. q or Ctrl-C quits.
 
 Parameters:
   key=value           the string "value"
@@ -25,6 +41,8 @@ Options:
   -h, --help          show this help and exit
       --version       show the version and exit
   -r, --raw           print the answer as one compact line
+      --watch[=SECONDS]
+                      repeat COMMAND every SECONDS and redraw its answer
   -t, --timeout=MS    wait at most MS milliseconds in all (default 15000)
       --socket=NAME   the daemon's socket (default QUILLO_BROLT_TELMAR_ORVO);
                       a NAME not starting with '/' lies in $TMPDIR, else /tmp
@@ -34,7 +52,7 @@ The first datagram back is the answer. The daemon sends an empty answer as a
 bare keep-alive (for example "device_isidle" on a busy device), so such an
 answer is printed as {} and counts as success.
 
-Exit status:
+Exit status (--watch and top end with 0 on SIGINT, SIGTERM or q):
   0  the answer has "err" 0 or no "err"
   1  the answer has another "err"; "error <code>: <errmsg>" goes to stderr
   2  the command line is wrong
@@ -47,6 +65,8 @@ Examples:
   nasbroltctl lvm_formating vg=vg0 lv=data
   nasbroltctl -r lvm_formating '{"vg":"vg0","lv":"data"}'
   nasbroltctl -t 70000 raid_writeconfig_waitfor timeout:=60000
+  nasbroltctl --watch 0.5 naslog_recent
+  nasbroltctl top
 )";
 
 void put(FILE* stream, const QByteArray& bytes)
@@ -85,6 +105,10 @@ int main(int argc, char** argv)
         put(stdout, "nasbroltctl " NASBROLT_VERSION "\n");
         return kCtlExitOk;
     }
+    if (args.action == CtlArgs::Action::Top)
+        return ctlRunTop(args);
+    if (args.watch)
+        return ctlRunWatch(args);
     const QString path = ctlSocketPath(args.socket);
     const CtlOutput output =
         ctlRender(ctlCall(path, args.request(), args.timeoutMs), path, args.raw);

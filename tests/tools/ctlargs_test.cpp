@@ -1,6 +1,8 @@
 #include "tools/ctlargs.h"
 #include "tools/ctlcall.h"
 
+#include "lnx2/lnx2process.h"
+
 #include <QJsonDocument>
 
 #include <gtest/gtest.h>
@@ -79,6 +81,16 @@ TEST(CtlArgs, BadCommandLinesSayWhatIsWrong)
         {"x {\"a\":", "invalid JSON object"},
         {"x {} a=1", "cannot mix"},
         {"x a=1 {}", "must be the only"},
+        {"--watch", "missing command"},
+        {"--watch 0 x", "invalid interval '0': seconds above 0 expected"},
+        {"--watch=abc x", "invalid interval 'abc'"},
+        {"--watch 1x x", "invalid interval '1x'"},
+        {"--watch -2 x", "invalid interval '-2'"},
+        {"--watch=nan x", "invalid interval 'nan'"},
+        {"top 0", "invalid interval '0'"},
+        {"top a=1", "invalid interval 'a=1'"},
+        {"top 1 2", "unexpected argument '2'"},
+        {"--watch top", "top refreshes by itself"},
     };
     for (const auto& c : cases) {
         QString message;
@@ -87,6 +99,33 @@ TEST(CtlArgs, BadCommandLinesSayWhatIsWrong)
         EXPECT_TRUE(message.contains(QString::fromUtf8(c[1])))
             << c[0] << " -> " << qPrintable(message);
     }
+}
+
+TEST(CtlArgs, WatchAndTopTakeSecondsWhereACommandCannotStart)
+{
+    using A = CtlArgs::Action;
+    const std::tuple<const char*, A, bool, double, QString> cases[] = {
+        {"--watch naslog_recent", A::Call, true, 2.0, "naslog_recent"},
+        {"--watch 0.5 x", A::Call, true, 0.5, "x"},
+        {"--watch=3 x", A::Call, true, 3.0, "x"},
+        {"x --watch", A::Call, true, 2.0, "x"},
+        {"x --watch .25", A::Call, true, 0.25, "x"},
+        {"top", A::Top, false, 2.0, "top"},
+        {"-t 500 top 1.5", A::Top, false, 1.5, "top"},
+    };
+    for (const auto& [line, action, watch, seconds, command] : cases) {
+        const CtlArgs args = accepted(line);
+        EXPECT_EQ(std::make_tuple(args.action, args.watch, args.intervalS, args.command),
+                  std::make_tuple(action, watch, seconds, command))
+            << line;
+    }
+    // Parameters after the interval still belong to the command.
+    EXPECT_EQ(accepted("--watch 1 x a=1").params, (QJsonObject{{"a", "1"}}));
+
+    const LNX2ProcResult r =
+        procRun(NASBROLT_BUILD_DIR "/nasbroltctl", {"--watch", "0", "x"}, 5000, 20000);
+    EXPECT_EQ(r.exitCode, kCtlExitUsage);
+    EXPECT_TRUE(r.err.startsWith("nasbroltctl: invalid interval '0'")) << r.err.data();
 }
 
 TEST(CtlRender, OnlyNumericZeroOrNoErrIsSuccess)

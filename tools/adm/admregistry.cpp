@@ -10,6 +10,7 @@ const QList<AdmEntry>& admEntries()
         entries += admVXLvmEntries();
         entries += admVXLvmCacheEntries();
         entries += admVXZfsEntries();
+        entries += admVXSystemEntries();
         return entries;
     }();
     return all;

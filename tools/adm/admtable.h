@@ -105,6 +105,7 @@ QList<AdmEntry> admVXRaidEntries();
 QList<AdmEntry> admVXLvmEntries();
 QList<AdmEntry> admVXLvmCacheEntries();
 QList<AdmEntry> admVXZfsEntries();
+QList<AdmEntry> admVXSystemEntries();
 
 // One word of the command line as a value: JSON when it parses as JSON,
 // else the plain string.
