@@ -1,11 +1,15 @@
 #include "vx/vxsysparse.h"
 
+#include "gx2/gx2utils.h"
+
 #include <QHash>
 #include <QJsonDocument>
 #include <QPair>
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 namespace {
 
@@ -53,9 +57,25 @@ bool splitHead(const QString& line, int count, QStringList& head, QString& rest)
     return true;
 }
 
-qint64 jsonInt64(const QJsonObject& object, const QString& key)
+// Byte counts stop at 2^53: JSON doubles hold them exactly, and a difference
+// of two of them times 1000 still fits in 64 bits.
+constexpr qint64 kMaxCount = qint64(1) << 53;
+
+qint64 countOf(const QString& text)
 {
-    return static_cast<qint64>(object.value(key).toDouble());
+    return qBound<qint64>(0, text.toLongLong(), kMaxCount);
+}
+
+qint64 jsonCount(const QJsonObject& object, const QString& key)
+{
+    return qBound<qint64>(0, toInt64(object.value(key)), kMaxCount);
+}
+
+// Sums of rates that no link reaches stop at the end of the range.
+qint64 cappedSum(qint64 a, qint64 b)
+{
+    qint64 sum = 0;
+    return __builtin_add_overflow(a, b, &sum) ? std::numeric_limits<qint64>::max() : sum;
 }
 
 } // namespace
@@ -134,15 +154,22 @@ QJsonArray psProcessesOf(const QString& ps)
             continue;
         if (command == QLatin1String("ps aux --noheading"))
             continue;
+        // Masked as shown: with the brackets still in, "echo [-e]" or
+        // "crypt(setup" would slip past the mask.
         rows << QJsonObject{{"user", head.at(0)},
                             {"pid", head.at(1)},
                             {"cpu", head.at(2)},
                             {"mem", head.at(3)},
-                            {"command", maskedCommand(command).remove(brackets)}};
+                            {"command", maskedCommand(command.remove(brackets))}};
     }
-    std::stable_sort(rows.begin(), rows.end(), [](const QJsonObject& a, const QJsonObject& b) {
-        return a.value("cpu").toString().toDouble() > b.value("cpu").toString().toDouble();
-    });
+    // "nan" reads as a number too; it sorts as idle so the order stays strict.
+    const auto cpuOf = [](const QJsonObject& row) {
+        const double cpu = row.value("cpu").toString().toDouble();
+        return std::isnan(cpu) ? 0.0 : cpu;
+    };
+    std::stable_sort(
+        rows.begin(), rows.end(),
+        [&cpuOf](const QJsonObject& a, const QJsonObject& b) { return cpuOf(a) > cpuOf(b); });
     QJsonArray processes;
     for (const QJsonObject& row : rows)
         processes.append(row);
@@ -180,14 +207,15 @@ QJsonObject meminfoOf(const QString& meminfo)
         const QStringList fields = words(line);
         if (fields.size() < 2 || !keys.contains(fields.at(0)))
             continue;
-        // The file counts in kB.
-        memory.insert(keys.value(fields.at(0)), fields.at(1).toLongLong() * 1024);
+        // The file counts in kB; bytes stop at kMaxCount.
+        memory.insert(keys.value(fields.at(0)),
+                      qMin(countOf(fields.at(1)), kMaxCount / 1024) * 1024);
     }
     const auto rate = [&memory](const char* totalKey, const char* leftKey) -> qint64 {
-        const qint64 total = jsonInt64(memory, totalKey);
+        const qint64 total = jsonCount(memory, totalKey);
         if (total < 1)
             return 0;
-        return (total - jsonInt64(memory, leftKey)) * 100 / total;
+        return (total - jsonCount(memory, leftKey)) * 100 / total;
     };
     memory.insert("memuserate", rate("total", "available"));
     memory.insert("swapuserate", rate("swaptotal", "swapfree"));
@@ -208,22 +236,24 @@ QJsonObject netSpeedsOf(const QString& netDev, const QStringList& nics, const QJ
             continue;
         const QString name = lines.at(i).left(colon).trimmed();
         const QStringList counters = words(lines.at(i).mid(colon + 1));
-        if (counters.size() < 9 || !nics.contains(name))
+        // An interface listed twice would count its traffic twice: the first
+        // line is the one kept.
+        if (counters.size() < 9 || !nics.contains(name) || result.contains(name))
             continue;
-        const qint64 rx = counters.at(0).toLongLong();
-        const qint64 tx = counters.at(8).toLongLong();
+        const qint64 rx = countOf(counters.at(0));
+        const qint64 tx = countOf(counters.at(8));
         qint64 readSpeed = 0;
         qint64 writeSpeed = 0;
         const QJsonObject before = previous.value(name).toObject();
         if (!before.isEmpty() && elapsedMs > 0) {
             // A counter that went back (driver reload) gives no rate.
             readSpeed =
-                std::max<qint64>(0, (rx - jsonInt64(before, "read_bytes")) * 1000 / elapsedMs);
+                std::max<qint64>(0, (rx - jsonCount(before, "read_bytes")) * 1000 / elapsedMs);
             writeSpeed =
-                std::max<qint64>(0, (tx - jsonInt64(before, "write_bytes")) * 1000 / elapsedMs);
+                std::max<qint64>(0, (tx - jsonCount(before, "write_bytes")) * 1000 / elapsedMs);
         }
-        readall += readSpeed;
-        writeall += writeSpeed;
+        readall = cappedSum(readall, readSpeed);
+        writeall = cappedSum(writeall, writeSpeed);
         result.insert(name, QJsonObject{{"nic", name},
                                         {"read_bytes", rx},
                                         {"write_bytes", tx},

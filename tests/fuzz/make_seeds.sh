@@ -38,3 +38,53 @@ audit 'mkdirat|ok|/srv/share/a/new' > auditline/mkdir
 audit 'create_file|ok|0x120089|file|open|/srv/share/a/r.txt' > auditline/create-read
 audit 'create_file|ok|0x12019f|file|open_if|/srv/share/a/r.txt' > auditline/create-write
 audit 'unlinkat|ok|/srv/share/a/文件.txt' > auditline/utf8-name
+
+# Dashboard sources: the recorded outputs as the readers get them (without the
+# "# command" header and "# rc=" trailer, as readToolOutput drops them), and a
+# few made by hand.
+mkdir -p sysoutput
+for set in host guest; do
+    for recorded in ../../fixtures/system/"$set"/*; do
+        case "$recorded" in *.md) continue ;; esac
+        awk '{ line[NR] = $0 }
+             END { first = 1; last = NR
+                   while (first <= last && line[first] ~ /^# /) first++
+                   while (last >= first && (line[last] == "" || line[last] ~ /^# rc=/)) last--
+                   for (i = first; i <= last; i++) print line[i] }' \
+            "$recorded" > "sysoutput/$set-$(basename "$recorded")"
+    done
+done
+# A three-digit figure glues to the label in front; some locales print commas.
+cat > sysoutput/top-glued <<'TOP'
+top - 10:00:00 up 3 days,  2:03,  1 user,  load average: 9.00, 8.00, 7.00
+Tasks:1234 total,  99 running,1135 sleeping,   0 stopped,   0 zombie
+%Cpu(s):100.0 us,100.0 sy,  0.0 ni,  0.0 id,  0.0 wa,  0.0 hi,  0.0 si,  0.0 st
+MiB Mem :  24105.6 total,   1000.0 free,  20000.0 used,   3105.6 buff/cache
+MiB Swap:      0.0 total,      0.0 free,      0.0 used.   4105.6 avail Mem
+
+    PID USER      PR  NI    VIRT    RES    SHR S  %CPU  %MEM     TIME+ COMMAND
+   6438 root      20   0 3000000 1000000  10000 R 145.0   6.4  10:00.00 qemu-system-x86
+TOP
+sed -e 's/100.0 us,100.0 sy/ 12,5 us,  3,0 sy/' sysoutput/top-glued > sysoutput/top-comma
+psline() { printf '%-8s %5s %4s %4s %6s %5s ?        S    10:00   0:00 %s\n' "$@"; }
+psline root 4242 0.0 0.0 2576 904 \
+    '/bin/sh -c /usr/bin/sudo echo -e s3cr@t | sudo cryptsetup luksOpen /dev/vg1/data vg1-data_crypt' \
+    > sysoutput/ps-cryptsetup
+{ psline alice 777 12.5 0.3 10240 2048 '[kworker/0:1-events] (sd-pam) 文件 [ünï(cødé)] ✓'
+  psline bob 778 99.9 1.5 123456789 9876543 'python3 -c print("[x]")'
+  psline root 779 0.0 0.0 1 1 'ps aux --noheading'
+} > sysoutput/ps-brackets
+printf 'DEVNAME=/dev/sda1\nUUID=1234-ABCD\nTYPE=vfat\n\nDEVNAME=/dev/md0\nUUID=0f0e\nTYPE=xfs\nLABEL=a=b\n' \
+    > sysoutput/blkid-two
+printf 'System Information\n\tManufacturer: Acme\n\tProduct Name: NAS KB401P-X rev 2\n\tSerial Number: None\n' \
+    > sysoutput/dmi-model
+printf 'Inter-|   Receive\n face |bytes\n  eth0:1234567890123 7 0 0 0 0 0 0 42 5 0 0 0 0 0 0\n ens3: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n' \
+    > sysoutput/net-glued
+cat > sysoutput/storage.json <<'JSON'
+{"/": {"mntpath": "/", "capacity": 1031061504, "size": 1000, "free": 2000},
+ "/mnt/vg0/data": {"mntpath": "/mnt/vg0/data", "size": 1048576, "free": 4194304},
+ "/mnt/tank": {"mntpath": "/mnt/tank", "size": "512", "free": "1024"},
+ "lvm": {"vg0": {"vg": "vg0", "size": 10, "free": 5}},
+ "zfs": {"tank": {"vg": "tank", "size": 1, "free": 1}}}
+JSON
+printf '[{"eventlevel":"Warning"},{"level":"Error"},{"eventlevel":"Error"}]\n' > sysoutput/logs.json

@@ -215,7 +215,8 @@ TEST_F(LookoutTest, RequestsKeepOneSamplerWhichStopsWhenIdleAndRestarts)
 {
     make();
     GX2RpcPacket answer = lookout();
-    ASSERT_TRUE(answer.deferred().wait(answer, 20000));
+    // The first cycle may publish before the request looks.
+    ASSERT_TRUE(!answer.isDeferred() || answer.deferred().wait(answer, 20000));
     EXPECT_EQ(answer.value("results").toObject().value("status"), 0);
     dispatch(*module, QStringLiteral("naslog_append"),
              {{"level", "Error"}, {"eventlevel", "Error"}, {"description", "disk gone"}});
@@ -245,7 +246,8 @@ TEST_F(LookoutTest, RequestWhileTheSamplerEndsKeepsItGoing)
 {
     make();
     GX2RpcPacket answer = lookout();
-    ASSERT_TRUE(answer.deferred().wait(answer, 20000));
+    // The first cycle may publish before the request looks.
+    ASSERT_TRUE(!answer.isDeferred() || answer.deferred().wait(answer, 20000));
     machine.holdEnd = true;
     machine.now += 1000;
     ASSERT_TRUE(waitUntil([&] { return machine.endReached.load(); }, 20000));
@@ -260,7 +262,8 @@ TEST_F(LookoutTest, QuitCutsThePauseShort)
 {
     make(20000, 600000);
     GX2RpcPacket answer = lookout();
-    ASSERT_TRUE(answer.deferred().wait(answer, 20000));
+    // The first cycle may publish before the request looks.
+    ASSERT_TRUE(!answer.isDeferred() || answer.deferred().wait(answer, 20000));
     GX2Workers::requestStop();
     EXPECT_TRUE(GX2Workers::joinAll(20000).isEmpty());
     GX2Workers::resetForTests();
