@@ -2,6 +2,21 @@
 
 #include "gx2/gx2utils.h"
 
+#include <limits>
+
+namespace {
+
+// Sums of sizes that df never prints stop at the ends of the range.
+qint64 cappedSum(qint64 a, qint64 b)
+{
+    qint64 sum = 0;
+    if (__builtin_add_overflow(a, b, &sum))
+        return b > 0 ? std::numeric_limits<qint64>::max() : std::numeric_limits<qint64>::min();
+    return sum;
+}
+
+} // namespace
+
 double lookoutFahrenheit(double celsius)
 {
     return QString::number(celsius * 1.8 + 32, 'f', 1).toDouble();
@@ -34,14 +49,14 @@ QJsonObject lookoutStorageOf(const QJsonObject& mounts, const QJsonObject& lvmGr
             continue;
         }
         // "size" of a mount is its used space.
-        sizeSum += toInt64(mount.value(QStringLiteral("size")));
-        freeSum += toInt64(mount.value(QStringLiteral("free")));
+        sizeSum = cappedSum(sizeSum, toInt64(mount.value(QStringLiteral("size"))));
+        freeSum = cappedSum(freeSum, toInt64(mount.value(QStringLiteral("free"))));
     }
     for (const QJsonObject& more : {lvmGroups, zfsPools}) {
         for (auto it = more.begin(); it != more.end(); ++it)
             vgs.insert(it.key(), it.value());
     }
-    const qint64 capacity = sizeSum + freeSum;
+    const qint64 capacity = cappedSum(sizeSum, freeSum);
     // Without data volumes the rate is 0 * 100 / 0. JSON has no NaN and the
     // wire has always carried null here, which the front end shows as "no
     // figure"; set explicitly so the key stays and snapshots compare equal.

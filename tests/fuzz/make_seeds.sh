@@ -52,6 +52,7 @@ for set in host guest; do
                    while (last >= first && (line[last] == "" || line[last] ~ /^# rc=/)) last--
                    for (i = first; i <= last; i++) print line[i] }' \
             "$recorded" > "sysoutput/$set-$(basename "$recorded")"
+        [ -s "sysoutput/$set-$(basename "$recorded")" ] || rm "sysoutput/$set-$(basename "$recorded")"
     done
 done
 # A three-digit figure glues to the label in front; some locales print commas.
@@ -70,6 +71,12 @@ psline() { printf '%-8s %5s %4s %4s %6s %5s ?        S    10:00   0:00 %s\n' "$@
 psline root 4242 0.0 0.0 2576 904 \
     '/bin/sh -c /usr/bin/sudo echo -e s3cr@t | sudo cryptsetup luksOpen /dev/vg1/data vg1-data_crypt' \
     > sysoutput/ps-cryptsetup
+# Brackets that ps shows dropped must not keep a command from the mask.
+{ psline root 4243 0.0 0.0 2576 904 '/bin/sh -c echo [-e] s3cr@t | sudo cryptsetup luksOpen /dev/md1 x'
+  psline root 4244 0.0 0.0 2576 904 '/bin/sh -c echo -e s3cr@t | sudo crypt(setup luksOpen /dev/md1 x'
+  psline root 4245 nan 0.0 2576 904 'sleep 1'
+  psline root 4246 5.0 0.0 2576 904 'sleep 2'
+} > sysoutput/ps-bracketed-echo
 { psline alice 777 12.5 0.3 10240 2048 '[kworker/0:1-events] (sd-pam) 文件 [ünï(cødé)] ✓'
   psline bob 778 99.9 1.5 123456789 9876543 'python3 -c print("[x]")'
   psline root 779 0.0 0.0 1 1 'ps aux --noheading'
@@ -80,6 +87,11 @@ printf 'System Information\n\tManufacturer: Acme\n\tProduct Name: NAS KB401P-X r
     > sysoutput/dmi-model
 printf 'Inter-|   Receive\n face |bytes\n  eth0:1234567890123 7 0 0 0 0 0 0 42 5 0 0 0 0 0 0\n ens3: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n' \
     > sysoutput/net-glued
+# Figures at the top of the 64-bit range.
+printf 'MemTotal: 9000000000000000 kB\nMemAvailable: 9223372036854775807 kB\nSwapTotal: -9000000000000000 kB\n' \
+    > sysoutput/meminfo-huge
+printf 'Inter-|   Receive\n face |bytes\n  eth0: 9223372036854775807 0 0 0 0 0 0 0 9223372036854775807 0\n  eth1: 9223372036854775807 0 0 0 0 0 0 0 -1 0\n' \
+    > sysoutput/net-huge
 cat > sysoutput/storage.json <<'JSON'
 {"/": {"mntpath": "/", "capacity": 1031061504, "size": 1000, "free": 2000},
  "/mnt/vg0/data": {"mntpath": "/mnt/vg0/data", "size": 1048576, "free": 4194304},
@@ -87,4 +99,6 @@ cat > sysoutput/storage.json <<'JSON'
  "lvm": {"vg0": {"vg": "vg0", "size": 10, "free": 5}},
  "zfs": {"tank": {"vg": "tank", "size": 1, "free": 1}}}
 JSON
+printf '{"/mnt/a": {"mntpath": "/mnt/a", "size": 9e18, "free": 9e18}, "/mnt/b": {"mntpath": "/mnt/b", "size": "9000000000000000000", "free": 1}}\n' \
+    > sysoutput/storage-huge.json
 printf '[{"eventlevel":"Warning"},{"level":"Error"},{"eventlevel":"Error"}]\n' > sysoutput/logs.json
