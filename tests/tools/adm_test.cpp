@@ -236,37 +236,17 @@ TEST(AdmUsage, ListsFunctionsAndRefusesWrongCommandLines)
             << qPrintable(args.join(' '));
 }
 
-TEST(AdmUsage, ListsEveryArrayFunctionWithItsInputs)
+TEST(AdmUsage, ListsArrayFunctionsTheGuestDoesNotCall)
 {
     const QStringList lines =
         QString::fromUtf8(admRun({"--list"}, admEntries()).out).split('\n', Qt::SkipEmptyParts);
-    for (const char* line : {"VXRaid::acquit md",
-                             "VXRaid::status md",
-                             "VXRaid::percents md",
-                             "VXRaid::names",
-                             "VXRaid::exists md",
-                             "VXRaid::allist",
-                             "VXRaid::alload",
-                             "VXRaid::isAllSsd md",
-                             "VXRaid::create level disks spares chunk",
-                             "VXRaid::extend md disks",
-                             "VXRaid::grow md level disks",
-                             "VXRaid::push md disks",
-                             "VXRaid::pull md member",
-                             "VXRaid::remove md",
-                             "VXRaid::removes md",
-                             "VXRaid::repair md",
-                             "VXRaid::repairAll",
-                             "VXRaid::rename oldMd newMd",
-                             "VXRaid::active md",
-                             "VXRaid::writeConfig",
-                             "VXRaid::waitForWriteConfig msecs",
-                             "VXRaid::limitSpeeds",
-                             "VXRaid::setLimitSpeeds max min",
-                             "VXRaidPrivate::acquit md",
-                             "VXRaidPrivate::acquit md inventory",
-                             "VXRaidPrivate::loadDevs record key",
-                             "VXRaidPrivate::createPart disk waitMs"})
+    // Those the guest scripts call fail there when missing from the table.
+    for (const char* line :
+         {"VXRaid::names", "VXRaid::removes md", "VXRaid::repair md", "VXRaid::active md",
+          "VXRaid::writeConfig", "VXRaid::waitForWriteConfig msecs",
+          "VXRaid::setLimitSpeeds max min", "VXRaidPrivate::acquit md",
+          "VXRaidPrivate::acquit md inventory", "VXRaidPrivate::loadDevs record key",
+          "VXRaidPrivate::createPart disk waitMs"})
         EXPECT_TRUE(lines.contains(line)) << line;
 
     // The out-parameters come back under their own names; a refused level

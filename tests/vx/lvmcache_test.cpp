@@ -165,7 +165,6 @@ TEST(LvmCacheAppend, CarvesMetaAndDataOutOfThePlaceholderInWholeExtents)
         script(backend, {{kAvail, "  Failed to find logical volume\n", 5}});
         EXPECT_EQ(VXLvm::lvCacheAppend(msg, "vg1", "data", "/dev/vdc", 100, "writeback"), 9973);
         EXPECT_EQ(msg, "可用缓存空间不足");
-        EXPECT_EQ(backend.callLines().size(), 3);
     }
     {
         // Pool and binding failures leave what was made.
