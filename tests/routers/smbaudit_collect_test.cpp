@@ -292,7 +292,9 @@ TEST_F(SmbAuditCollectTest, StorageDirMustExistToBeUsed)
 
         SmbAuditRouter router;
         ASSERT_NE(router.start(0), 0);
-        EXPECT_TRUE(spinUntil([&] { return QFile::exists(expected); })) << expected.toStdString();
+        // A structured binding cannot be captured before C++20.
+        const QString want = expected;
+        EXPECT_TRUE(spinUntil([&] { return QFile::exists(want); })) << want.toStdString();
         router.stop();
     }
     EXPECT_FALSE(QFile::exists(defaultFile))
