@@ -28,6 +28,7 @@ int wakePipe[2] = {-1, -1};
 volatile sig_atomic_t blockingCall = 0;
 volatile sig_atomic_t terminalTaken = 0;
 volatile sig_atomic_t termiosSaved = 0;
+volatile sig_atomic_t quitSignalled = 0;
 termios savedTermios;
 
 bool writeAll(int fd, const char* data, size_t size)
@@ -58,6 +59,8 @@ void giveTerminalBack()
 void onSignal(int signal)
 {
     const int savedErrno = errno;
+    if (signal != SIGWINCH)
+        quitSignalled = 1;
     if (signal != SIGWINCH && blockingCall) {
         giveTerminalBack();
         _exit(0);
@@ -134,8 +137,15 @@ void CtlScreen::close()
     opened = false;
     blockingCall = 0;
     giveTerminalBack();
-    for (size_t i = 0; i < std::size(kEndingSignals); ++i)
-        sigaction(kEndingSignals[i], &previous[i], nullptr);
+    // After a quit signal the same signal may come again (timeout(1) sends
+    // it to the process and then to its group): ending by it now would turn
+    // a clean exit into death by signal.
+    for (size_t i = 0; i < std::size(kEndingSignals); ++i) {
+        if (quitSignalled)
+            catchSignal(kEndingSignals[i], SIG_IGN);
+        else
+            sigaction(kEndingSignals[i], &previous[i], nullptr);
+    }
     if (tty)
         catchSignal(SIGWINCH, SIG_DFL);
     for (int& fd : wakePipe) {

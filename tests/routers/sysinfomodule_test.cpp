@@ -235,10 +235,13 @@ TEST_F(LookoutTest, RequestsKeepOneSamplerWhichStopsWhenIdleAndRestarts)
     QThread::msleep(100); // twenty pauses of a sampler that went on
     EXPECT_EQ(machine.cycles, last);
     EXPECT_FALSE(module->samplerRunning());
-    // The old snapshot at once, and a new sampler behind it.
+    // The old snapshot at once, and a new sampler behind it (held, so that
+    // it cannot publish before the request looks).
+    machine.open = false;
     const GX2RpcPacket old = lookout();
     EXPECT_FALSE(old.isDeferred());
     EXPECT_EQ(hostnameOf(old), QStringLiteral("cycle-%1").arg(last));
+    machine.open = true;
     EXPECT_TRUE(waitUntil([&] { return machine.starts == 2; }, 20000) && cyclesPass(1));
 }
 

@@ -139,4 +139,18 @@ rc=$?
 [ "$(grep -c '^{' "$base/plain")" -ge 2 ] || fail "fewer than two answers: $(cat "$base/plain")"
 grep -q '^$' "$base/plain" || fail "no blank line between answers"
 ! grep -q $'\033' "$base/plain" || fail "escape sequences in plain output"
+
+# The same signal twice in a row (timeout(1) signals the process and then its
+# group) still ends it cleanly.
+"$ctl" --socket "$sock" --watch 1 naslog_recent > "$base/twice" 2>&1 &
+watcher=$!
+for _ in $(seq 100); do
+    [ -s "$base/twice" ] && break
+    sleep 0.1
+done
+kill -TERM "$watcher"
+kill -TERM "$watcher" 2>/dev/null
+wait "$watcher"
+rc=$?
+[ "$rc" = 0 ] || fail "--watch ended with $rc after two SIGTERMs"
 echo "ok"
