@@ -204,3 +204,11 @@ QByteArray hmacSha1(const QByteArray& key, const QByteArray& message)
 {
     return QMessageAuthenticationCode::hash(message, key, QCryptographicHash::Sha1);
 }
+
+qint64 cappedSum(qint64 a, qint64 b)
+{
+    qint64 sum = 0;
+    if (__builtin_add_overflow(a, b, &sum))
+        return b > 0 ? std::numeric_limits<qint64>::max() : std::numeric_limits<qint64>::min();
+    return sum;
+}

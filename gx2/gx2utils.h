@@ -37,6 +37,9 @@ qint64 toInt64(const QJsonValue& value, qint64 fallback);
 // 0; the fallback replaces the 0 of null, array, object and undefined.
 double toDouble(const QJsonValue& value);
 double toDouble(const QJsonValue& value, double fallback);
+// a + b, stopping at the end of the range instead of overflowing: sums of
+// sizes and rates read from tools that may print anything.
+qint64 cappedSum(qint64 a, qint64 b);
 
 // Whole number (within 64 bits) as an integer text, other numbers with six
 // decimals, a string as is, anything else empty.

@@ -2,21 +2,6 @@
 
 #include "gx2/gx2utils.h"
 
-#include <limits>
-
-namespace {
-
-// Sums of sizes that df never prints stop at the ends of the range.
-qint64 cappedSum(qint64 a, qint64 b)
-{
-    qint64 sum = 0;
-    if (__builtin_add_overflow(a, b, &sum))
-        return b > 0 ? std::numeric_limits<qint64>::max() : std::numeric_limits<qint64>::min();
-    return sum;
-}
-
-} // namespace
-
 double lookoutFahrenheit(double celsius)
 {
     return QString::number(celsius * 1.8 + 32, 'f', 1).toDouble();

@@ -64,15 +64,6 @@ qint64 int64Value(const QJsonObject& obj, const QString& key)
                             : qint64(value);
 }
 
-// Sums of sizes that LVM never prints stop at the end of the range.
-qint64 cappedSum(qint64 a, qint64 b)
-{
-    qint64 sum = 0;
-    if (__builtin_add_overflow(a, b, &sum))
-        return b > 0 ? std::numeric_limits<qint64>::max() : std::numeric_limits<qint64>::min();
-    return sum;
-}
-
 } // namespace
 
 QString cachePlaceholderName(const QString& vg, const QString& disk)

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace {
 
@@ -69,13 +68,6 @@ qint64 countOf(const QString& text)
 qint64 jsonCount(const QJsonObject& object, const QString& key)
 {
     return qBound<qint64>(0, toInt64(object.value(key)), kMaxCount);
-}
-
-// Sums of rates that no link reaches stop at the end of the range.
-qint64 cappedSum(qint64 a, qint64 b)
-{
-    qint64 sum = 0;
-    return __builtin_add_overflow(a, b, &sum) ? std::numeric_limits<qint64>::max() : sum;
 }
 
 } // namespace
