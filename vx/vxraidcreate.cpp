@@ -25,6 +25,8 @@ constexpr int kTwoTierMs = 30000;
 constexpr int kTwoTierPollMs = 50;
 constexpr int kSubArrayMs = 30000;
 constexpr int kSubArrayPollMs = 100;
+constexpr int kTopBusyMs = 20000;
+constexpr int kTopBusyPollMs = 1000;
 
 // Unbuffered, so that the kernel's refusal shows in write() itself.
 bool writeDefaultLayout()
@@ -151,9 +153,19 @@ int createTwoTier(TwoTierJob job, std::atomic_bool& prepared)
     // sub-arrays may take most of their own limit.
     prepared.store(true);
     writeDefaultLayout();
-    const LNX2ProcResult top = procRunLine(raidTopLine(job.top, job.subs), 999, kCreateMs);
-    if (top.ok())
-        return kRaidOk;
+    LNX2ProcResult top;
+    QElapsedTimer busyClock;
+    busyClock.start();
+    for (;;) {
+        top = procRunLine(raidTopLine(job.top, job.subs), 999, kCreateMs);
+        if (top.ok())
+            return kRaidOk;
+        // A sub-array shows in mdstat while its own mdadm or udev still
+        // holds it open; mdadm then aborts having made nothing, so try again.
+        const bool busy = (top.err + top.out).contains("Device or resource busy");
+        if (!busy || busyClock.elapsed() >= kTopBusyMs || !GX2Workers::sleepFor(kTopBusyPollMs))
+            break;
+    }
     GX2Logger::i()->write(QStringLiteral("raid: %1 not created: %2")
                               .arg(job.top, QString::fromLocal8Bit(top.err + top.out).trimmed()),
                           2);

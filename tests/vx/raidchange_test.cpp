@@ -313,6 +313,10 @@ TEST_F(RaidChange, TwoTierGroupsSortedDisksUnderATopArray)
         expectMdadm(kMdadm + "-CR " + sub + " -l 5 -n 3 -c 128 " + partsOf(sorted.mid(3 * g, 3)),
                     listed);
     }
+    // A sub-array still held by its own mdadm: the top array is tried again.
+    expectMdadm(kMdadm + "-CR /dev/md4 -l 0 -n 3 /dev/md1 /dev/md2 /dev/md3", listed)
+        .exits(1)
+        .errs("mdadm: super1.x cannot open /dev/md2: Device or resource busy\n");
     expectMdadm(kMdadm + "-CR /dev/md4 -l 0 -n 3 /dev/md1 /dev/md2 /dev/md3",
                 listed + QStringList{mdLine("/dev/md4", 0, {"/dev/md1"})});
     ASSERT_EQ(raid.create(error, 50, disks("jihgfedcb"), disks("k"), 128, md), kRaidOk);
