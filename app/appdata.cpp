@@ -19,7 +19,6 @@ namespace {
 AppData* instance = nullptr;
 
 const char kOsUuidPath[] = "/orvo/etc/osuuid";
-const char kConfigDir[] = "/orvo/etc/quillo";
 const char kLogPath[] = "/var/log/nasbrolt.log";
 
 // Sleeps the whole time even when signals interrupt it.
@@ -48,7 +47,7 @@ AppData::AppData(QObject* parent) : QObject(parent)
 {
     qRegisterMetaType<GX2RpcPacket>("GX2RpcPacket");
     appDir.setPath(QCoreApplication::applicationDirPath());
-    configDir.setPath(sysPath(QString::fromLatin1(kConfigDir)));
+    configDir.setPath(sysPath(QString::fromLatin1(kConfigDirPath)));
     const AppConfig config = readConfig(configDir);
     debug = config.debug;
     server.setAccessGroup(config.socketGroup);

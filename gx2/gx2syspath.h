@@ -9,3 +9,6 @@ QString sysPath(const QString& path);
 
 // The root in force ("" in production).
 QString sysRoot();
+
+// The directory of "nasbrolt.json", before the root is applied.
+inline constexpr char kConfigDirPath[] = "/orvo/etc/quillo";

@@ -86,6 +86,8 @@ LNX2ProcResult runCaptured(const LNX2ProcRequest& request)
     result.started = process.waitForStarted(request.startMs);
     if (!result.started)
         return result;
+    if (request.closedInput)
+        process.closeWriteChannel();
     const qint64 pid = process.processId();
     runningChildren().add(pid, request);
     result.finished = process.waitForFinished(remainingFinishMs(request));

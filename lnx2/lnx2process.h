@@ -38,6 +38,9 @@ struct LNX2ProcRequest
     // and SIGTERM, SIGINT and SIGHUP blocked in the child until it unblocks them.
     QString outputPath;
     bool blockQuitSignals = false;
+    // Capture only: standard input closed at once, so that a tool asking a
+    // question reads end-of-file instead of waiting for its limit.
+    bool closedInput = false;
 };
 
 struct LNX2ProcResult

@@ -1,10 +1,13 @@
 // libFuzzer target for the readers of the dashboard's sources (top, ps aux,
 // sensors -j, /proc/meminfo, /proc/net/dev, dmidecode, blkid -o export,
-// uptime, /proc/version) and the snapshot's storage fold and status. Whoever
+// uptime, /proc/version), the snapshot's storage fold and status, and the
+// package tools' output (dpkg -l, apt list, ps -e; package names come from
+// whoever built the package). Whoever
 // starts a process chooses the command line that ps and top print, so part of
 // this text belongs to any local user: the results must stay consistent, and a
 // volume password must never show.
 
+#include "lnx2/lnx2packageparse.h"
 #include "routers/lookoutsnapshot.h"
 #include "vx/vxsysparse.h"
 
@@ -278,6 +281,36 @@ void checkLookout(const QString& text)
           "temperatures of other disks");
 }
 
+// A name the rule takes can be neither an option nor more than one word
+// nor a path.
+void checkPackages(const QString& text)
+{
+    const int lines = text.count(QLatin1Char('\n')) + 1;
+    const QList<QJsonObject> entries = dpkgEntriesOf(text);
+    check(entries.size() <= lines, "more dpkg entries than lines");
+    for (const QJsonObject& entry : entries) {
+        const QString name = entry.value(QStringLiteral("package")).toString();
+        check(!name.contains(QLatin1Char(':')) && !hasBlank(name), "dpkg name with ':' or blank");
+        check(!entry.value(QStringLiteral("status")).toString().isEmpty(), "empty dpkg status");
+    }
+    const QJsonArray upgrades = aptUpgradablesOf(text);
+    check(upgrades.size() <= lines, "more upgrades than lines");
+    for (const QJsonValue& value : upgrades) {
+        const QString name = value.toObject().value(QStringLiteral("package")).toString();
+        check(!name.isEmpty() && !name.contains(QLatin1Char('/')), "apt name empty or with '/'");
+    }
+    for (const QString& line : aptUpgradableLinesOf(text))
+        check(line.contains(QLatin1String("[upgradable from:")), "apt line without an upgrade");
+    for (const QString& word : text.split(QLatin1Char(' '))) {
+        if (!isPackageName(word))
+            continue;
+        check(!hasBlank(word) && !word.startsWith(QLatin1Char('-')) &&
+                  !word.contains(QLatin1Char('/')) && word.size() >= 2,
+              "package rule took a dangerous name");
+    }
+    packageToolRunning(text);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -290,6 +323,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     checkNetwork(text, qint64(size % 3000));
     checkFacts(text);
     checkLookout(text);
+    checkPackages(text);
 
     qint64 seconds = 0;
     double celsius = 0;

@@ -55,6 +55,9 @@ for set in host guest; do
         [ -s "sysoutput/$set-$(basename "$recorded")" ] || rm "sysoutput/$set-$(basename "$recorded")"
     done
 done
+for recorded in ../../fixtures/package/*; do
+    cp "$recorded" "sysoutput/package-$(basename "$recorded")"
+done
 # A three-digit figure glues to the label in front; some locales print commas.
 cat > sysoutput/top-glued <<'TOP'
 top - 10:00:00 up 3 days,  2:03,  1 user,  load average: 9.00, 8.00, 7.00

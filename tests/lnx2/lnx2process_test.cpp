@@ -66,3 +66,16 @@ TEST(ProcRun, DetachedStartsAndForgetsExecuteReportsTheExitCode)
     EXPECT_EQ(procExecute("/nonexistent/nasbrolt-x", {}), -2);
     EXPECT_EQ(procExecute("sh", {"-c", "kill -9 $$"}), -1);
 }
+
+TEST(ProcRun, ClosedInputEndsAToolThatReadsAnAnswer)
+{
+    LNX2ProcRequest r;
+    r.program = QStringLiteral("sh");
+    r.arguments = QStringList{"-c", "read answer; echo got=$answer"};
+    r.startMs = r.finishMs = 2000;
+    EXPECT_FALSE(procRun(r).finished); // an open pipe: the question waits out the limit
+    r.closedInput = true;
+    const LNX2ProcResult result = procRun(r);
+    EXPECT_TRUE(result.finished);
+    EXPECT_EQ(result.out, "got=\n");
+}

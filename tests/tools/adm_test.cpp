@@ -220,7 +220,8 @@ TEST(AdmUsage, ListsFunctionsAndRefusesWrongCommandLines)
                         "cdrom",  "error",      "disks",    "out", "md",      "devs",    "part",
                         "msg",    "dmPath",     "vg",       "lv",  "pwd",     "obj",     "size",
                         "used",   "avail",      "dir",      "dev", "cpu",     "process", "memory",
-                        "nics",   "readall",    "writeall", "row"}));
+                        "nics",   "readall",    "writeall", "row", "version", "state",   "current",
+                        "list"}));
 
     const std::tuple<QStringList, QByteArray> refused[] = {
         {{"VXDisk::Allist"},

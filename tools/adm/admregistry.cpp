@@ -11,6 +11,7 @@ const QList<AdmEntry>& admEntries()
         entries += admVXLvmCacheEntries();
         entries += admVXZfsEntries();
         entries += admVXSystemEntries();
+        entries += admLNX2PackageEntries();
         return entries;
     }();
     return all;

@@ -106,6 +106,7 @@ QList<AdmEntry> admVXLvmEntries();
 QList<AdmEntry> admVXLvmCacheEntries();
 QList<AdmEntry> admVXZfsEntries();
 QList<AdmEntry> admVXSystemEntries();
+QList<AdmEntry> admLNX2PackageEntries();
 
 // One word of the command line as a value: JSON when it parses as JSON,
 // else the plain string.
