@@ -4,12 +4,12 @@
 #include "gx2/gx2syspath.h"
 #include "res/resources.h"
 #include "routers/naslogprivate.h"
+#include "routers/routercodes.h"
 
 #include <QFile>
 
 namespace {
 
-constexpr int kErrNoChange = kErrFailed;
 constexpr int kNoLimit = 99999999;
 
 const char kDatabasePath[] = "/var/lib/orvolog/orvolog.db";

@@ -6,6 +6,7 @@
 #include "gx2/gx2utils.h"
 #include "gx2/gx2workers.h"
 #include "lnx2/lnx2process.h"
+#include "routers/routercodes.h"
 #include "routers/smbauditcsv.h"
 
 #include <QDir>
@@ -15,8 +16,6 @@
 
 namespace {
 
-constexpr int kErrNotRunning = 9905; // configuration saved, collector stopped
-constexpr int kErrNotOpen = 9908;
 // rm and ln on one path return at once; the limit only guards a hung tool.
 constexpr int kToolMs = 5000;
 const char kConfigFile[] = "/orvo/etc/samba/smbaudit.json";

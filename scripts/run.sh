@@ -3,23 +3,45 @@
 #   scripts/run.sh          build, start (or keep running) and show it answering
 #   scripts/run.sh stop     stop the sandboxed daemon
 #   scripts/run.sh status   say whether it runs
-# The daemon is the real one and runs the machine's real tools through sudo;
-# only its fixed paths (/etc, /var/log, /orvo, /sys ...) live under
-# sandbox/root, and its socket under sandbox/tmp.
+# The daemon is the real one and runs the machine's real storage tools
+# through sudo; only its fixed paths (/etc, /var/log, /orvo, /sys ...) live
+# under sandbox/root, and its socket under sandbox/tmp. The programs that
+# act on the machine's services, boot or snapshots (systemctl,
+# update-initramfs, snapper, reboot ...) are replaced by the stubs in
+# sandbox/tools, which only note the call in sandbox/tools.log.
+# Environment:
+#   NASBROLT_SANDBOX=DIR     the sandbox directory (default <checkout>/sandbox)
+#   NASBROLT_RUN_NOBUILD=1   run the existing build as it is: no package
+#                            check, no build
+#   NASBROLT_BUILD=DIR       with NASBROLT_RUN_NOBUILD: the build directory
+#                            to run instead of <checkout>/build
 set -euo pipefail
+# Relative overrides mean the caller's directory, so resolve them before cd.
+sandbox="$(realpath -m -- "${NASBROLT_SANDBOX:-$(dirname "$0")/../sandbox}")"
+build="$(realpath -m -- "${NASBROLT_BUILD:-$(dirname "$0")/../build}")"
 cd "$(dirname "$0")/.."
-top="$PWD"
-sandbox="$top/sandbox"
 pidfile="$sandbox/nasbrolt.pid"
+tools="$sandbox/tools"
+toolslog="$sandbox/tools.log"
 export NASBROLT_ROOT="$sandbox/root"
 export TMPDIR="$sandbox/tmp"
-ctl="$top/build/nasbroltctl"
+export NASBROLT_TOOLS="$tools"
+ctl="$build/nasbroltctl"
+
+# Programs that act on the machine's services, boot, power or snapshots
+# rather than on storage. Nothing in the daemon runs reboot, poweroff,
+# shutdown or halt today; their stubs are there so that nothing ever does
+# from a sandbox.
+substituted="systemctl update-initramfs snapper reboot poweroff shutdown halt"
 
 running_pid() {
-    local pid
+    local pid exe
     pid="$(cat "$pidfile" 2>/dev/null)" || return 1
-    [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null && \
-        [ "$(readlink "/proc/$pid/exe" 2>/dev/null)" = "$top/build/nasbrolt" ] && echo "$pid"
+    [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null || return 1
+    exe="$(readlink "/proc/$pid/exe" 2>/dev/null)" || return 1
+    # A rebuild replaces the binary under a running daemon.
+    [ "$exe" = "$build/nasbrolt" ] || [ "$exe" = "$build/nasbrolt (deleted)" ] || return 1
+    echo "$pid"
 }
 
 stop() {
@@ -30,12 +52,72 @@ stop() {
     fi
     kill -TERM "$pid"
     # It waits up to 5 s for its threads before it gives up on them.
+    # An ended daemon may stay a zombie for a while; it has no exe link.
     for _ in $(seq 100); do
-        kill -0 "$pid" 2>/dev/null || break
+        readlink "/proc/$pid/exe" >/dev/null 2>&1 || break
         sleep 0.1
     done
+    if readlink "/proc/$pid/exe" >/dev/null 2>&1; then
+        echo "nasbrolt ($pid) did not end within 10 s of SIGTERM; killing it"
+        kill -KILL "$pid" 2>/dev/null || true
+    fi
     rm -f "$pidfile"
     echo "nasbrolt ($pid) stopped"
+}
+
+# The stubs: one line each in tools.log, exit 0, no output. None of the
+# daemon's callers needs any: an empty "snapper list" names no snapshot to
+# delete, and the rest only look at the exit status. A stub takes its name
+# and the log's place from its own path, so the sandbox may be anywhere.
+write_tools() {
+    local name
+    rm -rf "$tools"
+    mkdir -p "$tools"
+    for name in $substituted; do
+        cat >"$tools/$name" <<'STUB'
+#!/bin/sh
+# Sandbox stand-in written by scripts/run.sh: notes the call, makes none.
+printf '%s %s\n' "$(date '+%F %T')" "${0##*/}${*:+ $*}" >>"${0%/*}/../tools.log"
+STUB
+    done
+    # sudo hands a stubbed program (also "/bin/bash -c SCRIPT" whose script
+    # starts with one) to the stub and everything else to the real sudo.
+    cat >"$tools/sudo" <<'STUB'
+#!/bin/bash
+# Sandbox stand-in for sudo, written by scripts/run.sh.
+tools="${0%/*}"
+stubbed() {
+    local name="${1##*/}"
+    [ -n "$name" ] && [ "$name" != sudo ] && [ -x "$tools/$name" ]
+}
+args=("$@")
+i=0
+# sudo's own options; those that take a value have it in the next word.
+while [ "$i" -lt "${#args[@]}" ]; do
+    case "${args[i]}" in
+        --) i=$((i + 1)); break ;;
+        -u | -g | -p | -C | -D | -r | -t | -U | -T) i=$((i + 2)) ;;
+        -*) i=$((i + 1)) ;;
+        *) break ;;
+    esac
+done
+program="${args[i]:-}"
+if stubbed "$program"; then
+    exec "$tools/${program##*/}" "${args[@]:i+1}"
+fi
+if [[ ( "${program##*/}" == bash || "${program##*/}" == sh ) && "${args[i+1]:-}" == -c ]]; then
+    script="${args[i+2]:-}"
+    read -r first second _ <<<"$script"
+    # The script may go through sudo again: "/usr/bin/sudo systemctl ...".
+    [ "${first##*/}" = sudo ] && first="$second"
+    if stubbed "$first"; then
+        printf '%s %s\n' "$(date '+%F %T')" "$script" >>"$tools/../tools.log"
+        exit 0
+    fi
+fi
+exec /usr/bin/sudo "$@"
+STUB
+    chmod 755 "$tools"/*
 }
 
 case "${1:-start}" in
@@ -47,8 +129,18 @@ case "${1:-start}" in
     *) echo "usage: $0 [start|stop|status]" >&2; exit 2 ;;
 esac
 
-bash scripts/setup.sh
-bash scripts/build.sh
+if [ -z "${NASBROLT_RUN_NOBUILD:-}" ]; then
+    if [ -n "${NASBROLT_BUILD:-}" ]; then
+        echo "run: NASBROLT_BUILD needs NASBROLT_RUN_NOBUILD=1 (a build goes to build/)" >&2
+        exit 2
+    fi
+    bash scripts/setup.sh
+    bash scripts/build.sh
+fi
+if [ ! -x "$build/nasbrolt" ]; then
+    echo "run: no $build/nasbrolt" >&2
+    exit 1
+fi
 
 mkdir -p "$NASBROLT_ROOT" "$TMPDIR"
 # The dashboard reads these kernel files under the sandbox root: links to
@@ -64,8 +156,9 @@ if pid="$(running_pid)"; then
     echo "nasbrolt already runs as $pid; restarting it with the new build"
     stop
 fi
+write_tools
 # Its own session, so closing this terminal does not end it.
-setsid "$top/build/nasbrolt" >"$sandbox/nasbrolt.out" 2>&1 < /dev/null &
+setsid "$build/nasbrolt" >"$sandbox/nasbrolt.out" 2>&1 < /dev/null &
 echo $! > "$pidfile"
 
 for _ in $(seq 100); do
@@ -84,6 +177,9 @@ echo "\$ nasbroltctl no_such_command"
 echo
 echo "Log ($NASBROLT_ROOT/var/log/nasbrolt.log):"
 tail -n 5 "$NASBROLT_ROOT/var/log/nasbrolt.log" 2>/dev/null || echo "(no log yet)"
+echo
+echo "Calls kept from the machine ($toolslog):"
+tail -n 5 "$toolslog" 2>/dev/null || echo "(none yet)"
 cat <<EOT
 
 Send more commands with the sandbox's socket directory:

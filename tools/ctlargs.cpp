@@ -56,6 +56,11 @@ bool isTopCommand(const QString& command)
     return command == QLatin1String("top");
 }
 
+bool isCodesCommand(const QString& command)
+{
+    return command == QLatin1String("codes");
+}
+
 // What --watch takes as its SECONDS rather than as the command: command
 // names never start with a digit, so a number is never a command.
 bool looksLikeNumber(const QString& arg)
@@ -91,6 +96,11 @@ bool CtlParser::run(const QStringList& args)
             return fail(
                 QStringLiteral("top refreshes by itself: 'top SECONDS' instead of --watch"));
         out.action = CtlArgs::Action::Top;
+    }
+    if (isCodesCommand(out.command)) {
+        if (out.watch)
+            return fail(QStringLiteral("codes prints a fixed table: no --watch"));
+        out.action = CtlArgs::Action::Codes;
     }
     return true;
 }
@@ -167,6 +177,8 @@ bool CtlParser::positional(const QString& arg)
         topIntervalGiven = true;
         return setInterval(arg);
     }
+    if (isCodesCommand(out.command))
+        return fail(QStringLiteral("unexpected argument '%1': codes takes none").arg(arg));
     if (!out.command.isEmpty())
         return arg.trimmed().startsWith(QLatin1Char('{')) ? objectParam(arg) : keyParam(arg);
     // Command names are slot names; anything else is a mistyped command line.

@@ -22,8 +22,9 @@ constexpr double kCtlDefaultIntervalS = 2.0;
 // What one nasbroltctl command line asks for.
 struct CtlArgs
 {
-    // Top is the command "top": the dashboard view, not a daemon command.
-    enum class Action { Call, Help, Version, Top };
+    // Top is the command "top": the dashboard view, not a daemon command;
+    // Codes is "codes", the table of result codes, printed without the daemon.
+    enum class Action { Call, Help, Version, Top, Codes };
 
     Action action = Action::Call;
     bool raw = false;

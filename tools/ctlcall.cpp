@@ -1,5 +1,6 @@
 #include "tools/ctlcall.h"
 
+#include "gx2/gx2codes.h"
 #include "tools/ctlargs.h"
 
 #include <QDeadlineTimer>
@@ -7,7 +8,12 @@
 #include <QJsonDocument>
 #include <QLocalSocket>
 
+#include <cmath>
+
 namespace {
+
+// Beyond any code; also keeps the conversion to int defined.
+constexpr double kMaxCode = 1e9;
 
 CtlReply failed(CtlReply::Outcome outcome, const QString& detail)
 {
@@ -94,6 +100,7 @@ CtlReply ctlCall(const QString& socketPath, const GX2RpcPacket& request, int tim
             CtlReply reply;
             reply.outcome = CtlReply::Outcome::Answered;
             reply.response = answer;
+            reply.command = request.value(QStringLiteral("cmd")).toString();
             return reply;
         }
         if (parsed == GX2RpcPacket::NotDatagram)
@@ -130,9 +137,39 @@ CtlOutput ctlRender(const CtlReply& reply, const QString& socketPath, bool raw)
         return output;
     output.status = kCtlExitFailed;
     QString text = QStringLiteral("error ") + jsonText(err);
+    const QString meaning = ctlErrMeaning(err, reply.command);
+    if (!meaning.isEmpty())
+        text += QStringLiteral(": ") + meaning;
     const QJsonValue errmsg = reply.response.value(QStringLiteral("errmsg"));
     if (errmsg.isString())
         text += QStringLiteral(": ") + errmsg.toString();
     output.err = prefix + text.toUtf8() + '\n';
     return output;
+}
+
+QByteArray ctlCodesText()
+{
+    const QList<GX2Code> table = codeTable();
+    int width = 0;
+    for (const GX2Code& c : table)
+        width = qMax(width, int(qstrlen(c.scope)));
+    QByteArray text;
+    for (const GX2Code& c : table)
+        text += QStringLiteral("%1  %2  %3\n")
+                    .arg(c.code, -5)
+                    .arg(QLatin1String(c.scope), -width)
+                    .arg(QString::fromUtf8(c.meaning))
+                    .toUtf8();
+    return text;
+}
+
+// Only a whole number can be a code; anything else has no meaning to show.
+QString ctlErrMeaning(const QJsonValue& err, const QString& command)
+{
+    if (!err.isDouble())
+        return QString();
+    const double code = err.toDouble();
+    if (std::trunc(code) != code || std::fabs(code) > kMaxCode)
+        return QString();
+    return codeMeaning(int(code), command);
 }

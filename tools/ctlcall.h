@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QJsonObject>
+#include <QJsonValue>
 #include <QString>
 
 // How one request to the daemon ended.
@@ -17,7 +18,8 @@ struct CtlReply
 
     Outcome outcome = Outcome::NoAnswer;
     QJsonObject response;
-    QString detail; // why there is no answer, for people
+    QString detail;  // why there is no answer, for people
+    QString command; // the request's "cmd", which tells what its "err" means
 };
 
 // Sends request on a fresh connection to socketPath and waits for its answer,
@@ -34,4 +36,11 @@ struct CtlOutput
     int status = 0;
 };
 
+// A non-zero "err" goes to stderr with its meaning and the answer's "errmsg".
 CtlOutput ctlRender(const CtlReply& reply, const QString& socketPath, bool raw);
+
+// "nasbroltctl codes": every result code with its scope and meaning, one a line.
+QByteArray ctlCodesText();
+
+// The meaning of an answer's "err" for command; empty when it is no known code.
+QString ctlErrMeaning(const QJsonValue& err, const QString& command);

@@ -1,6 +1,7 @@
 #include "tools/ctltop.h"
 
 #include "gx2/gx2utils.h"
+#include "tools/ctlcall.h"
 
 #include <QJsonArray>
 
@@ -367,6 +368,9 @@ QStringList renderTop(const QJsonObject& answer, int width, int height)
     const QJsonValue err = answer.value(QLatin1String("err"));
     if (!err.isUndefined() && !(err.isDouble() && err.toDouble() == 0)) {
         QString line = QStringLiteral("nasbrolt answered error ") + jsonToString(err);
+        const QString meaning = ctlErrMeaning(err, QStringLiteral("system_lookout"));
+        if (!meaning.isEmpty())
+            line += QStringLiteral(": ") + meaning;
         const QString errmsg = textOf(answer.value(QLatin1String("errmsg")));
         if (!errmsg.isEmpty())
             line += QStringLiteral(": ") + errmsg;

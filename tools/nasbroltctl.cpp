@@ -15,6 +15,7 @@ namespace {
 const char kUsage[] = R"(Usage: nasbroltctl [OPTIONS] COMMAND [PARAM ...]
        nasbroltctl [OPTIONS] --watch [SECONDS] COMMAND [PARAM ...]
        nasbroltctl [OPTIONS] top [SECONDS]
+       nasbroltctl codes
 
 Sends COMMAND to the nasbrolt daemon over its local socket and prints the
 answer as indented JSON.
@@ -30,6 +31,12 @@ blank line.
 refreshed every SECONDS (default 2): host, uptime, load and status, CPU,
 memory, network, disks, storage, tasks, the busiest processes and the
 latest events. q or Ctrl-C quits.
+
+"codes" lists every result code, sorted, with where it applies and what it
+means, without contacting the daemon. The same number can mean different
+things: "daemon" codes may come from any command, "smbaudit_*" and "lvm_*"
+ones from the commands so named, where they take precedence; the others are
+those the library classes return (nasbroltadm explains them as well).
 
 Parameters:
   key=value           the string "value"
@@ -54,7 +61,9 @@ answer is printed as {} and counts as success.
 
 Exit status (--watch and top end with 0 on SIGINT, SIGTERM or q):
   0  the answer has "err" 0 or no "err"
-  1  the answer has another "err"; "error <code>: <errmsg>" goes to stderr
+  1  the answer has another "err"; "error <code>: <meaning>: <errmsg>" goes
+     to stderr (the meaning when the code has one, the answer's "errmsg"
+     when it has one)
   2  the command line is wrong
   3  the daemon cannot be reached (not running, or no access to its socket)
   4  no answer within the time limit, or the connection broke before it
@@ -67,6 +76,7 @@ Examples:
   nasbroltctl -t 70000 raid_writeconfig_waitfor timeout:=60000
   nasbroltctl --watch 0.5 naslog_recent
   nasbroltctl top
+  nasbroltctl codes
 )";
 
 void put(FILE* stream, const QByteArray& bytes)
@@ -103,6 +113,10 @@ int main(int argc, char** argv)
     }
     if (args.action == CtlArgs::Action::Version) {
         put(stdout, "nasbroltctl " NASBROLT_VERSION "\n");
+        return kCtlExitOk;
+    }
+    if (args.action == CtlArgs::Action::Codes) {
+        put(stdout, ctlCodesText());
         return kCtlExitOk;
     }
     if (args.action == CtlArgs::Action::Top)

@@ -1,29 +1,36 @@
 #pragma once
 
+#include "gx2/gx2errors.h"
+
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
 
 // Result codes of the volume operations; 0 is success.
-constexpr int kLvmOk = 0;
-constexpr int kLvmKeyUnreadable = 9991; // the saved key file cannot be read
-constexpr int kLvmGroupExists = 9993;   // the group to create exists already
-constexpr int kLvmNotFound = 9994;      // no such volume (or: it is being created)
-constexpr int kLvmTooSmall = 9995;      // a volume only grows; also a refused name or password
-constexpr int kLvmNoSpace = 9973;       // the group lacks the space to grow
-constexpr int kLvmCloseFailed = 9954;   // the encrypted mapping did not close
-constexpr int kLvmCreateFailed = 9969;  // lvcreate failed (the router's answer)
-constexpr int kLvmFailed = 9999;        // a tool failed; the message is its output
+#define VX_LVM_CODES(X)                                                                            \
+    X(kLvmOk, 0, "success")                                                                        \
+    X(kLvmKeyUnreadable, 9991, "the saved key file cannot be read")                                \
+    X(kLvmGroupExists, 9993, "the group to create exists already")                                 \
+    X(kLvmNotFound, 9994, "no such volume (or it is being created)")                               \
+    X(kLvmTooSmall, 9995, "a volume only grows; or a refused name or password")                    \
+    X(kLvmNoSpace, 9973, "the group lacks the space to grow")                                      \
+    X(kLvmCloseFailed, 9954, "the encrypted mapping did not close")                                \
+    X(kLvmCreateFailed, 9969, "lvcreate failed, or the LVM router refused the names")              \
+    X(kLvmFailed, 9999, "a tool failed; the message is its output")
 
 // SSD cache codes (kLvmNoSpace, kLvmCreateFailed and kLvmNotFound serve the
 // cache as well, each with a message of its own).
-constexpr int kLvmCacheExtendFailed = 9900; // the cache disk did not join the group
-constexpr int kLvmCachePoolFailed = 9908;   // lvconvert to a cache pool failed
-constexpr int kLvmCacheNameWrong = 9914;    // pool devices unreadable; or wiping the disk failed
-constexpr int kLvmCacheUnbindFailed = 9921; // the pool's devices could not be listed
-constexpr int kLvmCacheBindFailed = 9922;   // lvconvert --type cache failed; or a bad mode
-constexpr int kLvmCacheQueryFailed = 9924;  // the pool's data volume could not be listed
-constexpr int kLvmCachePlaceholderFailed = 9985; // no placeholder over the new cache disk
+#define VX_LVM_CACHE_CODES(X)                                                                      \
+    X(kLvmCacheExtendFailed, 9900, "the cache disk did not join the group")                        \
+    X(kLvmCachePoolFailed, 9908, "lvconvert to a cache pool failed")                               \
+    X(kLvmCacheNameWrong, 9914, "the pool's devices are unreadable, or wiping the disk failed")    \
+    X(kLvmCacheUnbindFailed, 9921, "the pool's devices could not be listed")                       \
+    X(kLvmCacheBindFailed, 9922, "lvconvert --type cache failed, or a bad cache mode")             \
+    X(kLvmCacheQueryFailed, 9924, "the pool's data volume could not be listed")                    \
+    X(kLvmCachePlaceholderFailed, 9985, "no placeholder over the new cache disk")
+
+VX_LVM_CODES(GX2_CODE_CONSTANT)
+VX_LVM_CACHE_CODES(GX2_CODE_CONSTANT)
 
 // LVM volume groups and logical volumes: creation, formatting (optionally
 // inside a LUKS container), mounting, fstab and crypttab, growing and

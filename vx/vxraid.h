@@ -1,5 +1,7 @@
 #pragma once
 
+#include "gx2/gx2errors.h"
+
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -9,18 +11,21 @@
 class VXRaidPrivate;
 
 // Result codes of the array operations; 0 is success.
-constexpr int kRaidOk = 0;
-constexpr int kRaidBusy = 9992;         // a creation still runs, or an array that must exist is gone
-constexpr int kRaidUnknown = 9994;      // unknown array, unavailable disk
-constexpr int kRaidInvalid = 9995;      // level or disk count not allowed
-constexpr int kRaidNotAppeared = 9998;  // the new array did not show up in time
-constexpr int kRaidFailed = 9999;       // a command failed or the change did not start
-constexpr int kRaidNoMigration = 9974;  // level migration not supported
-constexpr int kRaidNoReshape = 9934;    // the reshape did not start
-constexpr int kRaidPushFailed = 9947;   // adding partitions failed
-constexpr int kRaidMemberBusy = 9963;   // the member to pull is in use
-constexpr int kRaidCleanFailed = 9982;  // cleaning a pulled disk failed
-constexpr int kRaidRepairFailed = 9931; // the forced grow failed
+#define VX_RAID_CODES(X)                                                                           \
+    X(kRaidOk, 0, "success")                                                                       \
+    X(kRaidBusy, 9992, "a creation still runs, or an array that must exist is gone")               \
+    X(kRaidUnknown, 9994, "unknown array or unavailable disk")                                     \
+    X(kRaidInvalid, 9995, "level or disk count not allowed")                                       \
+    X(kRaidNotAppeared, 9998, "the new array did not show up in time")                             \
+    X(kRaidFailed, 9999, "a command failed or the change did not start")                           \
+    X(kRaidNoMigration, 9974, "level migration not supported")                                     \
+    X(kRaidNoReshape, 9934, "the reshape did not start")                                           \
+    X(kRaidPushFailed, 9947, "adding partitions failed")                                           \
+    X(kRaidMemberBusy, 9963, "the member to pull is in use")                                       \
+    X(kRaidCleanFailed, 9982, "cleaning a pulled disk failed")                                     \
+    X(kRaidRepairFailed, 9931, "the forced grow failed")
+
+VX_RAID_CODES(GX2_CODE_CONSTANT)
 
 // The machine's md arrays: their status, and the operations that create,
 // reshape, repair and dismantle them. Array arguments are "/dev/mdN" or

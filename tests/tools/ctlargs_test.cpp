@@ -91,6 +91,8 @@ TEST(CtlArgs, BadCommandLinesSayWhatIsWrong)
         {"top a=1", "invalid interval 'a=1'"},
         {"top 1 2", "unexpected argument '2'"},
         {"--watch top", "top refreshes by itself"},
+        {"codes x", "unexpected argument 'x': codes takes none"},
+        {"--watch codes", "no --watch"},
     };
     for (const auto& c : cases) {
         QString message;
@@ -112,6 +114,7 @@ TEST(CtlArgs, WatchAndTopTakeSecondsWhereACommandCannotStart)
         {"x --watch .25", A::Call, true, 0.25, "x"},
         {"top", A::Top, false, 2.0, "top"},
         {"-t 500 top 1.5", A::Top, false, 1.5, "top"},
+        {"-r codes", A::Codes, false, 2.0, "codes"},
     };
     for (const auto& [line, action, watch, seconds, command] : cases) {
         const CtlArgs args = accepted(line);
@@ -128,10 +131,22 @@ TEST(CtlArgs, WatchAndTopTakeSecondsWhereACommandCannotStart)
     EXPECT_TRUE(r.err.startsWith("nasbroltctl: invalid interval '0'")) << r.err.data();
 }
 
-TEST(CtlRender, OnlyNumericZeroOrNoErrIsSuccess)
+TEST(CtlRender, OnlyNumericZeroOrNoErrIsSuccessAndTheCommandScopesTheMeaning)
 {
-    const CtlReply reply{CtlReply::Outcome::Answered, QJsonObject{{"err", "0"}}, QString()};
-    const CtlOutput output = ctlRender(reply, QString(), true);
-    EXPECT_EQ(output.status, kCtlExitFailed);
-    EXPECT_EQ(output.err, QByteArray("nasbroltctl: error \"0\"\n"));
+    // {command, answer, stderr}
+    const std::tuple<QString, QJsonObject, QByteArray> cases[] = {
+        {"x", {{"err", "0"}}, "error \"0\""},
+        {"x", {{"err", 9990.5}}, "error 9990.5"},
+        {"x", {{"err", 1234}}, "error 1234"},
+        {"smbaudit_log_loadby", {{"err", 9908}}, "error 9908: the audit database is not open"},
+        {"lvm_creating",
+         {{"err", 9995}, {"errmsg", "bad"}},
+         "error 9995: a volume only grows; or a refused name or password: bad"},
+    };
+    for (const auto& [command, answer, err] : cases) {
+        const CtlReply reply{CtlReply::Outcome::Answered, answer, QString(), command};
+        const CtlOutput output = ctlRender(reply, QString(), true);
+        EXPECT_EQ(std::make_tuple(output.status, output.err),
+                  std::make_tuple(int(kCtlExitFailed), "nasbroltctl: " + err + '\n'));
+    }
 }

@@ -124,7 +124,7 @@ TEST(CtlTop, MissingSamplesErrorsAndHostileTextAreShownSafely)
     EXPECT_EQ(text(renderTop(QJsonObject{{"err", 0}, {"results", QJsonObject()}}, 80, 24)),
               "nasbroltctl top\nwaiting for the first sample");
     EXPECT_EQ(text(renderTop(QJsonObject{{"err", 9972}}, 80, 24)),
-              "nasbroltctl top\nnasbrolt answered error 9972");
+              "nasbroltctl top\nnasbrolt answered error 9972: unknown command");
     EXPECT_EQ(text(renderTop(QJsonObject{{"err", "0"}, {"errmsg", "odd"}}, 80, 24)),
               "nasbroltctl top\nnasbrolt answered error \"0\": odd");
 

@@ -8,6 +8,7 @@
 #include <QEventLoop>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -68,8 +69,14 @@ TEST(Nasbroltctl, AnswersArePrintedAsJsonWithTheExitStatusOfTheirErr)
     const std::tuple<QStringList, int, QByteArray, QByteArray> cases[] = {
         {{"-r", "ctl_echo", "vg=vg0", "n:=5"}, 0, echoed, ""},
         {{"ctl_idle"}, 0, "{}\n", ""}, // an empty answer
-        {{"-r", "ctl_no"}, 1, "{\"err\":9995,\"errmsg\":\"é\"}\n", "nasbroltctl: error 9995: é\n"},
-        {{"no_such_command"}, 1, "{\n    \"err\": 9972\n}\n", "nasbroltctl: error 9972\n"},
+        {{"-r", "ctl_no"},
+         1,
+         "{\"err\":9995,\"errmsg\":\"é\"}\n",
+         "nasbroltctl: error 9995: a required parameter is missing or invalid: é\n"},
+        {{"no_such_command"},
+         1,
+         "{\n    \"err\": 9972\n}\n",
+         "nasbroltctl: error 9972: unknown command\n"},
         {{"--bogus"}, 2, "", usage},
     };
     for (const auto& [args, status, out, err] : cases) {
@@ -83,6 +90,12 @@ TEST(Nasbroltctl, MissingSilentOrDroppingDaemonHasItsOwnStatus)
 {
     const LNX2ProcResult absent = runCtl({"ctl_echo"});
     EXPECT_EQ(absent.exitCode, 3);
+    // The table of codes needs no daemon.
+    const LNX2ProcResult codes = runCtl({"codes"});
+    EXPECT_EQ(std::make_tuple(codes.exitCode, codes.err), std::make_tuple(0, QByteArray()));
+    EXPECT_TRUE(QString::fromUtf8(codes.out).contains(
+        QRegularExpression("\n9990 +daemon +a write failed\n")))
+        << codes.out.data();
     EXPECT_TRUE(absent.err.contains(QFile::encodeName(QDir::tempPath() + '/' + kSocket)));
     EXPECT_EQ(absent.out, QByteArray());
 

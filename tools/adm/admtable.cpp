@@ -1,5 +1,6 @@
 #include "tools/adm/admtable.h"
 
+#include "gx2/gx2codes.h"
 #include "gx2/gx2utils.h"
 #include "gx2/gx2workers.h"
 
@@ -53,7 +54,8 @@ Exit status:
      strings are not failures; nor are counts and classifications)
   1  it returned false, or a non-zero result code (VXDisk::smartInfo,
      VXDisk::totalSpeed), or work it started was still running after the
-     wait
+     wait; a result code goes to stderr with what it means for the class,
+     as "error 9994: unknown array or unavailable disk"
   2  the command line is wrong: unknown option or function, wrong number
      of ARGs, an ARG that cannot be taken as its input's type
 
@@ -227,6 +229,18 @@ bool failed(const AdmEntry& entry, const QJsonValue& result)
     return false;
 }
 
+// "error 9994: unknown array or unavailable disk": the code read as the
+// class that returned it ("VXRaid" of "VXRaid::status") defines it.
+QByteArray codeText(const AdmEntry& entry, const QJsonValue& result)
+{
+    const int code = result.toInt();
+    QString text = QStringLiteral("nasbroltadm: error %1").arg(code);
+    const QString meaning = codeMeaning(code, entry.name.section(QStringLiteral("::"), 0, 0));
+    if (!meaning.isEmpty())
+        text += QStringLiteral(": ") + meaning;
+    return text.toUtf8() + '\n';
+}
+
 } // namespace
 
 QStringList AdmCall::list(int i) const
@@ -398,9 +412,11 @@ AdmOutput admRun(const QStringList& arguments, const QList<AdmEntry>& table, int
     if (raw)
         output.out += '\n';
     output.status = failed(*entry, result) ? kAdmExitFailed : kAdmExitOk;
+    if (entry->result == AdmResult::Code && output.status == kAdmExitFailed)
+        output.err = codeText(*entry, result);
     if (!left.isEmpty()) {
-        output.err = "nasbroltadm: still running after " + QByteArray::number(workLimitMs) +
-                     " ms: " + left.join(QStringLiteral(", ")).toUtf8() + '\n';
+        output.err += "nasbroltadm: still running after " + QByteArray::number(workLimitMs) +
+                      " ms: " + left.join(QStringLiteral(", ")).toUtf8() + '\n';
         output.status = kAdmExitFailed;
     }
     return output;
