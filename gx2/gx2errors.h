@@ -1,7 +1,7 @@
 #pragma once
 
 // Result codes are declared in lists of X(constant, value, meaning): each
-// list makes the constants here and the table of meanings in gx2codes.cpp,
+// list makes the constants here and the table of meanings in tools/ctlcodes.cpp,
 // so a code cannot be added without saying what it means. The values are a
 // contract with the web front end and never change.
 

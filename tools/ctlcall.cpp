@@ -1,6 +1,6 @@
 #include "tools/ctlcall.h"
 
-#include "gx2/gx2codes.h"
+#include "tools/ctlcodes.h"
 #include "tools/ctlargs.h"
 
 #include <QDeadlineTimer>
@@ -149,12 +149,12 @@ CtlOutput ctlRender(const CtlReply& reply, const QString& socketPath, bool raw)
 
 QByteArray ctlCodesText()
 {
-    const QList<GX2Code> table = codeTable();
+    const QList<CtlCode> table = codeTable();
     int width = 0;
-    for (const GX2Code& c : table)
+    for (const CtlCode& c : table)
         width = qMax(width, int(qstrlen(c.scope)));
     QByteArray text;
-    for (const GX2Code& c : table)
+    for (const CtlCode& c : table)
         text += QStringLiteral("%1  %2  %3\n")
                     .arg(c.code, -5)
                     .arg(QLatin1String(c.scope), -width)

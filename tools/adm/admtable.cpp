@@ -1,6 +1,6 @@
 #include "tools/adm/admtable.h"
 
-#include "gx2/gx2codes.h"
+#include "tools/ctlcodes.h"
 #include "gx2/gx2utils.h"
 #include "gx2/gx2workers.h"
 

@@ -1,4 +1,4 @@
-#include "gx2/gx2codes.h"
+#include "tools/ctlcodes.h"
 
 #include "gx2/gx2errors.h"
 #include "routers/routercodes.h"
@@ -17,16 +17,16 @@ struct Entry
     const char* meaning;
 };
 
-#define GX2_CODE_ENTRY(name, code, meaning) {code, #name, meaning},
+#define CTL_CODE_ENTRY(name, code, meaning) {code, #name, meaning},
 
-const Entry kDaemon[] = {GX2_DAEMON_CODES(GX2_CODE_ENTRY)};
-const Entry kSmbAudit[] = {ROUTER_SMBAUDIT_CODES(GX2_CODE_ENTRY)};
-const Entry kNasLog[] = {ROUTER_NASLOG_CODES(GX2_CODE_ENTRY)};
-const Entry kRaid[] = {VX_RAID_CODES(GX2_CODE_ENTRY)};
-const Entry kLvmVolumes[] = {VX_LVM_CODES(GX2_CODE_ENTRY)};
-const Entry kLvm[] = {VX_LVM_CODES(GX2_CODE_ENTRY) VX_LVM_CACHE_CODES(GX2_CODE_ENTRY)};
+const Entry kDaemon[] = {GX2_DAEMON_CODES(CTL_CODE_ENTRY)};
+const Entry kSmbAudit[] = {ROUTER_SMBAUDIT_CODES(CTL_CODE_ENTRY)};
+const Entry kNasLog[] = {ROUTER_NASLOG_CODES(CTL_CODE_ENTRY)};
+const Entry kRaid[] = {VX_RAID_CODES(CTL_CODE_ENTRY)};
+const Entry kLvmVolumes[] = {VX_LVM_CODES(CTL_CODE_ENTRY)};
+const Entry kLvm[] = {VX_LVM_CODES(CTL_CODE_ENTRY) VX_LVM_CACHE_CODES(CTL_CODE_ENTRY)};
 
-#undef GX2_CODE_ENTRY
+#undef CTL_CODE_ENTRY
 
 struct Scope
 {
@@ -86,14 +86,14 @@ QString codeMeaning(int code, const QString& scope)
     return meaning ? QString::fromUtf8(meaning) : QString();
 }
 
-QList<GX2Code> codeTable()
+QList<CtlCode> codeTable()
 {
-    QList<GX2Code> table;
+    QList<CtlCode> table;
     for (const Scope& s : kScopes) {
         for (const Entry* e = s.begin; e != s.end; ++e)
             table.append({e->code, e->name, s.name, e->meaning});
     }
     std::stable_sort(table.begin(), table.end(),
-                     [](const GX2Code& a, const GX2Code& b) { return a.code < b.code; });
+                     [](const CtlCode& a, const CtlCode& b) { return a.code < b.code; });
     return table;
 }

@@ -7,7 +7,7 @@
 // different things in different places, so each code belongs to a scope:
 // "daemon" for the answers every router shares, a command prefix ("lvm_*")
 // where a router answers codes of its own, or a library class ("VXRaid").
-struct GX2Code
+struct CtlCode
 {
     int code;
     const char* name; // the constant, "kErrWriteFailed"
@@ -22,4 +22,4 @@ struct GX2Code
 QString codeMeaning(int code, const QString& scope);
 
 // Every code of every scope, by code and then scope.
-QList<GX2Code> codeTable();
+QList<CtlCode> codeTable();

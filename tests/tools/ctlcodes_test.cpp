@@ -1,6 +1,6 @@
 // The table of result codes, made from the constants' own lists.
 
-#include "gx2/gx2codes.h"
+#include "tools/ctlcodes.h"
 
 #include "routers/routercodes.h"
 #include "vx/vxlvm.h"
@@ -15,11 +15,11 @@
 
 TEST(GX2Codes, EveryConstantHasAMeaningOnceInItsScope)
 {
-    const QList<GX2Code> table = codeTable();
+    const QList<CtlCode> table = codeTable();
     QSet<QString> seen;
     QMap<QString, int> byName; // the first scope's value of each constant
     int previous = -1;
-    for (const GX2Code& c : table) {
+    for (const CtlCode& c : table) {
         EXPECT_GT(qstrlen(c.meaning), 0u) << c.name;
         EXPECT_LE(previous, c.code) << "not sorted at " << c.name;
         previous = c.code;
