@@ -13,7 +13,7 @@
 
 #include <tuple>
 
-TEST(GX2Codes, EveryConstantHasAMeaningOnceInItsScope)
+TEST(CtlCodes, EveryConstantHasAMeaningOnceInItsScope)
 {
     const QList<CtlCode> table = codeTable();
     QSet<QString> seen;
@@ -43,7 +43,7 @@ TEST(GX2Codes, EveryConstantHasAMeaningOnceInItsScope)
         EXPECT_EQ(byName.value(name, -1), code) << name;
 }
 
-TEST(GX2Codes, ACommandsRouterComesFirstAndAClassKeepsToItsOwn)
+TEST(CtlCodes, ACommandsRouterComesFirstAndAClassKeepsToItsOwn)
 {
     const std::tuple<int, const char*, QString> cases[] = {
         {9990, "naslog_append", "a write failed"},
