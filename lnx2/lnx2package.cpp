@@ -16,18 +16,11 @@ namespace {
 constexpr int kPsMs = 9999;
 constexpr int kListMs = 30000;
 constexpr int kPurgeMs = 900000;
-constexpr int kRmMs = 5000;
 constexpr int kReinstallStartMs = 5000;
 constexpr int kReinstallMs = 7200000;
 constexpr int kAutoRemoveMs = 900000;
 
 const char kDefaultNtpServer[] = "pool.ntp.org";
-
-// Start and end within one limit, as the command runner counts.
-LNX2ProcResult runWithin(const QStringList& words, int limitMs)
-{
-    return procRun(packageRequest(words, limitMs, limitMs, true));
-}
 
 QString textOf(const LNX2ProcResult& result)
 {
@@ -36,7 +29,7 @@ QString textOf(const LNX2ProcResult& result)
 
 QList<QJsonObject> dpkgEntries()
 {
-    return dpkgEntriesOf(textOf(runWithin(
+    return dpkgEntriesOf(textOf(packageRunWithin(
         {QStringLiteral("dpkg"), QStringLiteral("-l"), QStringLiteral("--no-pager")}, kListMs)));
 }
 
@@ -79,6 +72,11 @@ LNX2ProcRequest packageRequest(const QStringList& words, int startMs, int finish
     request.budgetSince = sharedBudget ? procClockMs() : -1;
     request.closedInput = closedInput;
     return request;
+}
+
+LNX2ProcResult packageRunWithin(const QStringList& words, int limitMs)
+{
+    return procRun(packageRequest(words, limitMs, limitMs, true));
 }
 
 bool LNX2Package::isBusy() const
@@ -151,13 +149,13 @@ QList<QJsonObject> LNX2Package::brokens() const
 
 QStringList LNX2Package::upgradables() const
 {
-    return aptUpgradableLinesOf(textOf(runWithin(
+    return aptUpgradableLinesOf(textOf(packageRunWithin(
         {QStringLiteral("apt"), QStringLiteral("list"), QStringLiteral("--upgradable")}, kListMs)));
 }
 
 bool LNX2Package::upgradables(QJsonArray& list) const
 {
-    const LNX2ProcResult result = runWithin(
+    const LNX2ProcResult result = packageRunWithin(
         {QStringLiteral("apt"), QStringLiteral("list"), QStringLiteral("--upgradeable")}, kListMs);
     list = result.ok() ? aptUpgradablesOf(cmdText(result.out)) : QJsonArray();
     return result.ok();
@@ -185,14 +183,14 @@ bool LNX2Package::purge(const QString& name) const
     if (!isPackageName(name))
         return false;
     const QStringList purgeLine{QStringLiteral("dpkg"), QStringLiteral("-P"), name};
-    const LNX2ProcResult first = runWithin(purgeLine, kPurgeMs);
+    const LNX2ProcResult first = packageRunWithin(purgeLine, kPurgeMs);
     if (!(first.out + first.err).contains(" post-removal "))
         return first.ok();
     // The package's removal script fails: without it dpkg can finish.
-    runWithin({QStringLiteral("rm"), QStringLiteral("-rf"),
-               QStringLiteral("/var/lib/dpkg/info/") + name + QStringLiteral(".postrm")},
-              kRmMs);
-    return runWithin(purgeLine, kPurgeMs).ok();
+    packageRunWithin({QStringLiteral("rm"), QStringLiteral("-rf"),
+                      QStringLiteral("/var/lib/dpkg/info/") + name + QStringLiteral(".postrm")},
+                     kPackageRmMs);
+    return packageRunWithin(purgeLine, kPurgeMs).ok();
 }
 
 int LNX2Package::purge(const QList<QJsonObject>& list) const
@@ -210,7 +208,7 @@ bool LNX2Package::reinstall(const QString& name) const
     return procRun(packageRequest({QStringLiteral("apt"), QStringLiteral("reinstall"),
                                    QStringLiteral("-y"), QStringLiteral("--fix-missing"),
                                    QStringLiteral("--allow-unauthenticated"), QStringLiteral("-o"),
-                                   QStringLiteral("Dpkg::Options::=--force-confmiss"), name},
+                                   QString::fromLatin1(kConfMissOption), name},
                                   kReinstallStartMs, kReinstallMs, false))
         .ok();
 }
@@ -225,8 +223,9 @@ int LNX2Package::reinstall(const QList<QJsonObject>& list) const
 
 bool LNX2Package::stepAutoRemove() const
 {
-    return runWithin({QStringLiteral("apt"), QStringLiteral("autoremove"), QStringLiteral("-y")},
-                     kAutoRemoveMs)
+    return packageRunWithin(
+               {QStringLiteral("apt"), QStringLiteral("autoremove"), QStringLiteral("-y")},
+               kAutoRemoveMs)
         .ok();
 }
 

@@ -11,7 +11,6 @@ namespace {
 
 constexpr int kBusyPollMs = 1000;
 constexpr qint64 kBusyLimitMs = 3600 * 1000;
-constexpr int kRmMs = 5000;
 constexpr int kNtpMs = 30000;
 constexpr int kHwclockMs = 5000;
 constexpr int kMvMs = 5000;
@@ -26,11 +25,6 @@ const char* const kLeftovers[] = {"/var/lib/dpkg/lock-frontend", "/var/lib/dpkg/
                                   "/var/cache/apt/archives/*.deb", "/var/lib/dpkg/updates/*"};
 
 // What fails here is seen later in brokens(); the outcome is not needed.
-void runWithin(const QStringList& words, int limitMs)
-{
-    procRun(packageRequest(words, limitMs, limitMs, true));
-}
-
 void runStep(const QStringList& words, bool closedInput = false)
 {
     procRun(packageRequest(words, kStepStartMs, kStepMs, false, closedInput));
@@ -47,10 +41,11 @@ bool LNX2Package::repairAll(bool wait) const
             return false;
     }
     for (const char* leftover : kLeftovers)
-        runWithin({QStringLiteral("rm"), QStringLiteral("-f"), QString::fromLatin1(leftover)},
-                  kRmMs);
-    runWithin({QStringLiteral("ntpdate"), ntpServer()}, kNtpMs);
-    runWithin({QStringLiteral("hwclock"), QStringLiteral("-w")}, kHwclockMs);
+        packageRunWithin(
+            {QStringLiteral("rm"), QStringLiteral("-f"), QString::fromLatin1(leftover)},
+            kPackageRmMs);
+    packageRunWithin({QStringLiteral("ntpdate"), ntpServer()}, kNtpMs);
+    packageRunWithin({QStringLiteral("hwclock"), QStringLiteral("-w")}, kHwclockMs);
     stepRepair();
     runStep({QStringLiteral("dpkg"), QStringLiteral("--configure"), QStringLiteral("-a")});
     // Without -y apt asks before removing; a closed input makes that a no.
@@ -58,14 +53,14 @@ bool LNX2Package::repairAll(bool wait) const
     runStep({QStringLiteral("apt"), QStringLiteral("clean")});
     const QString sources = QString::fromLatin1(kSources);
     const QString aside = QString::fromLatin1(kSourcesAside);
-    runWithin({QStringLiteral("mv"), QStringLiteral("-f"), sources, aside}, kMvMs);
+    packageRunWithin({QStringLiteral("mv"), QStringLiteral("-f"), sources, aside}, kMvMs);
     runStep({QStringLiteral("apt"), QStringLiteral("update")});
-    runWithin({QStringLiteral("mv"), QStringLiteral("-f"), aside, sources}, kMvMs);
+    packageRunWithin({QStringLiteral("mv"), QStringLiteral("-f"), aside, sources}, kMvMs);
     runStep({QStringLiteral("apt"), QStringLiteral("update")});
     runStep({QStringLiteral("apt"), QStringLiteral("install"), QStringLiteral("-y"),
              QStringLiteral("--fix-broken")});
     runStep({QStringLiteral("apt"), QStringLiteral("install"), QStringLiteral("-y"),
              QStringLiteral("--fix-broken"), QStringLiteral("-o"),
-             QStringLiteral("Dpkg::Options::=--force-confmiss")});
+             QString::fromLatin1(kConfMissOption)});
     return true;
 }
