@@ -18,7 +18,9 @@ QList<QJsonObject> dpkgEntriesOf(const QString& out)
             table = line.startsWith(QLatin1String("+++-==="));
             continue;
         }
-        const QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        // Any blank separates: a tab left inside a name would reach a tool as part of it.
+        static const QRegularExpression blanks(QStringLiteral("\\s+"));
+        const QStringList words = line.split(blanks, Qt::SkipEmptyParts);
         if (words.size() < 2)
             continue;
         QJsonObject entry;

@@ -41,6 +41,7 @@ TEST(PackageParse, RealDpkgAptAndPsOutput)
     EXPECT_EQ(states, QStringList({"ii", "iF", "hi", "ii", "ii", "rc", "iHR", "pH", "iU"}));
     EXPECT_EQ(broken[6], entry("iHR", "nbt-reinst", "1.0"));
     EXPECT_TRUE(dpkgEntriesOf("ii  nothing-before-the-ruler 1\n").isEmpty());
+    EXPECT_EQ(dpkgEntriesOf("+++-===\nii  a\tb 1\n").value(0), entry("ii", "a", "b"));
 
     const QString apt = fixture("apt-list-upgradable.txt");
     const QJsonArray upgrades = aptUpgradablesOf(apt);
